@@ -1,0 +1,45 @@
+#include "KTLibrary.h"
+
+#include <atomic>
+
+#include "os/KTOsSystem.h"
+
+namespace {
+
+alignas(KTLibrary) unsigned char g_storage[sizeof(KTLibrary)];
+std::atomic<KTLibrary*> g_library{nullptr};
+KTOsFastLock g_openLock;
+std::atomic<void (*)(const char*)> g_debuggerHook{nullptr};
+
+KTLibrary& Open() {
+    KTOsFastGuard hold(g_openLock);
+    if (g_library.load(std::memory_order_relaxed) == nullptr)
+        g_library.store(new (g_storage) KTLibrary, std::memory_order_release);
+    return *g_library.load(std::memory_order_relaxed);
+}
+
+}  // namespace
+
+KTOsFastLock g_referenceLock;
+
+KTLibrary& KTLibraryGet() {
+    KTLibrary* library = g_library.load(std::memory_order_acquire);
+    return library != nullptr ? *library : Open();
+}
+
+void KTLibraryClose() {
+    KTLibrary* library = g_library.exchange(nullptr);
+    if (library != nullptr)
+        library->~KTLibrary();
+    KTAccountingClose();
+}
+
+void KTDebuggerWrite(const char* text) {
+    if (auto hook = g_debuggerHook.load(std::memory_order_acquire))
+        hook(text);
+    KTOsDebuggerWrite(text);
+}
+
+void KTDebuggerHook(void (*hook)(const char* text)) {
+    g_debuggerHook = hook;
+}

@@ -1,0 +1,14 @@
+// What the platform tells of itself, and its ways out for diagnostic text.
+//
+// The Windows twin also carries DllMain: when the library is freed while the process goes on it
+// calls KTLibraryClose; at process exit it does nothing. On POSIX the library stays loaded.
+#ifndef KTBASE_OS_KTOSSYSTEM_H
+#define KTBASE_OS_KTOSSYSTEM_H
+
+/// Number of processors online, at least 1.
+unsigned int KTOsProcessorCount();
+
+/// Shows text in an attached debugger; nothing on a system without such a channel.
+void KTOsDebuggerWrite(const char* text);
+
+#endif

@@ -1,0 +1,3 @@
+#include <gtest/gtest.h>
+#include <KTBase/KTObject.h>
+TEST(X,Y){ delete new CKTObject; }
