@@ -1,5 +1,4 @@
-#include "KTBase/KTSignal.h"
-
+#include <KTBase/KTSignal.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -10,6 +9,7 @@
 #include <thread>
 
 #include "KTHeap.h"
+#include "KTTestLoad.h"
 
 namespace {
 
@@ -155,7 +155,7 @@ TEST(Signal, DetachFromAnotherThreadWaitsForTheOutermostCall) {
 }
 
 TEST(Signal, LosesNothingWhileThreadsAttachDetachAndEmit) {
-    constexpr int kRounds = 20000 / KTBASE_LOAD_DIVISOR + 1;
+    const int kRounds = static_cast<int>(KTTestLoad(20000, 500000));
     IKTSignal signal;
     Probe steady;
     signal.Attach(&steady, kHandler);

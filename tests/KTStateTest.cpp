@@ -1,9 +1,10 @@
-#include "KTBase/KTState.h"
-
+#include <KTBase/KTState.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <thread>
+
+#include "KTTestLoad.h"
 
 namespace {
 
@@ -36,14 +37,14 @@ TYPED_TEST(State, CopiesBothFieldsAndThenGoesItsOwnWay) {
 }
 
 TYPED_TEST(State, LosesNoFlagWhenThreadsSetDifferentOnes) {
-    constexpr int kRounds = 200000 / KTBASE_LOAD_DIVISOR + 1;
+    const unsigned int kRounds = KTTestLoad(200000);
     TypeParam state;
     int lost[2] = {};
     std::atomic<int> started{0};
     auto toggle = [&](unsigned int bit) {
         for (++started; started != 2;) {
         }
-        for (int i = 0; i < kRounds; ++i) {
+        for (unsigned int i = 0; i < kRounds; ++i) {
             state.SetState(bit);
             lost[bit] += !state.CheckState(bit);
             state.ClearState(bit);
