@@ -25,17 +25,6 @@ TYPED_TEST(State, TakesFlagNumbersModulo32AndWholeWordsOnlyToReset) {
     EXPECT_TRUE(state.CheckState(0) && state.CheckState(2) && !state.CheckState(5));
 }
 
-TYPED_TEST(State, CopiesBothFieldsAndThenGoesItsOwnWay) {
-    TypeParam state;
-    state.SetState(1);
-    EXPECT_EQ(state.SetError(-7), -7);
-    TypeParam copy(state);
-    copy.SetState(0);
-    EXPECT_EQ(copy.GetState(), 3u);
-    EXPECT_EQ(copy.GetError(), -7);
-    EXPECT_EQ(state.GetState(), 2u);
-}
-
 TYPED_TEST(State, LosesNoFlagWhenThreadsSetDifferentOnes) {
     const unsigned int kRounds = KTTestLoad(200000);
     TypeParam state;
