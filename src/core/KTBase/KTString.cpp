@@ -8,6 +8,7 @@
 
 #include "KTBase/KTDebug.h"
 #include "KTBase/KTDigest.h"
+#include "KTBase/KTTime.h"
 #include "KTText.h"
 #include "os/KTOsText.h"
 
@@ -286,6 +287,15 @@ int CKTString::AppendChar(char c, unsigned int count) {
     m_length += count;
     m_buffer[m_length] = 0;
     return static_cast<int>(count);
+}
+
+int CKTString::AppendTime(CKTTime* t, int) {
+    if (t == nullptr)
+        return 0;
+    return Append("%04d/%02d/%02d %02d:%02d:%02d.%03d", static_cast<int>(t->GetYear()),
+                  static_cast<int>(t->GetMonth()), static_cast<int>(t->GetDay()),
+                  static_cast<int>(t->GetHour()), static_cast<int>(t->GetMinute()),
+                  static_cast<int>(t->GetSecond()), static_cast<int>(t->GetMS()));
 }
 
 int CKTString::AppendTime(unsigned long long ms, int asSeconds) {
