@@ -262,9 +262,12 @@ void* CKTQueue::Unlink() {
 bool CKTQueue::Poll() {
     if (m_lock == nullptr)
         return false;
-    KTOsFastGuard hold(*m_lock);
-    const bool signalled = m_signalled;
-    m_signalled = false;
+    bool signalled = false;
+    {
+        KTOsFastGuard hold(*m_lock);
+        std::swap(signalled, m_signalled);
+    }
+    // The event itself holds what was meant for a wait that timed out meanwhile.
     return signalled || KTOsEventWait(m_ready, 0) == KT_OK;
 }
 
