@@ -32,6 +32,35 @@ bool Events() {
     return event.Set() != 0 && event.Wait(1000) == 0 && event.Wait(1) == -2;
 }
 
+bool Strings() {
+    CKTString text("client ");
+    CKTString encoded;
+    text.Append("%d", 7);
+    const bool built =
+        KTBASE64EncodeSTR(encoded, reinterpret_cast<const unsigned char*>(text.GetBuffer()),
+                          text.GetLength()) == 1;
+    return built && text == "client 7" && encoded == "Y2xpZW50IDc=";
+}
+
+bool Lists() {
+    CKTListT<int> list;
+    CKTQueue queue(1);
+    int item = 7;
+    void* got = nullptr;
+    return list.AddTail(item) != nullptr && list.GetCount() == 1 && queue.Put(&item) == 0 &&
+           queue.Put(&item) == -8 && queue.Get(got, 1000) == 0 && got == &item;
+}
+
+bool States() {
+    IKTState state;
+    return state.SetState(3) == 1u << 3 && state.CheckState(3) && state.ClearState(3) == 0;
+}
+
+bool Times() {
+    CKTTime leapDay(true);
+    return leapDay.SetTime(1709164800LL) && leapDay.GetMonth() == 2 && leapDay.GetDay() == 29;
+}
+
 bool MemoryDump() {
     KTMemoryDump(true);
     return true;
@@ -44,10 +73,8 @@ int main() {
         const char* name;
         bool (*works)();
     } families[] = {
-        {"objects", Objects},
-        {"locks", Locks},
-        {"events", Events},
-        {"memory dump", MemoryDump},
+        {"objects", Objects}, {"locks", Locks},   {"events", Events}, {"strings", Strings},
+        {"lists", Lists},     {"states", States}, {"times", Times},   {"memory dump", MemoryDump},
     };
     int failures = 0;
     for (const auto& family : families) {
