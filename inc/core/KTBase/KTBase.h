@@ -13,5 +13,6 @@
 #include "KTBase/KTState.h"
 #include "KTBase/KTString.h"
 #include "KTBase/KTTime.h"
+#include "KTBase/KTUrl.h"
 
 #endif
