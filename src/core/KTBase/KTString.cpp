@@ -7,7 +7,9 @@
 #include <string_view>
 
 #include "KTBase/KTDebug.h"
+#include "KTBase/KTDigest.h"
 #include "KTText.h"
+#include "os/KTOsText.h"
 
 namespace {
 
@@ -520,4 +522,42 @@ int CKTString::TrimCopy(char* dst, const char* src, int size) {
     std::memmove(dst, src, length);
     dst[length] = 0;
     return static_cast<int>(length);
+}
+
+// ---- conversion ----
+
+int CKTString::BASE64Encode(CKTString& out, const char* data, int len) {
+    char* text = nullptr;
+    unsigned int length = 0;
+    if (len < 1 ||
+        KTBASE64Encode(&text, &length, reinterpret_cast<const unsigned char*>(data), len) == 0)
+        return KT_ERROR;
+    const int appended = out.AppendBytes(text, length);
+    ZMKFree(text);
+    return appended;
+}
+
+int CKTString::BASE64Decode(CKTString& out, const char* text, int len) {
+    // The decoder wants a terminated text, and text may go on behind len.
+    char* range = len < 1 ? nullptr : Clone(text, len);
+    unsigned char* data = nullptr;
+    unsigned int size = 0;
+    int appended = KT_ERROR;
+    if (KTBASE64Decode(&data, &size, len < 1 ? text : range, 0) != 0)
+        appended = out.AppendDAT(data, size);
+    ZMKFree(data);
+    ZMKFree(range);
+    return appended;
+}
+
+int CKTString::Multi2UTF8(CKTString& out, const char* s) {
+    std::size_t length = 0;
+    // Converted first: s may point into out.
+    char* utf8 = s == nullptr ? nullptr : KTOsAnsiToUtf8(s, length);
+    out.Empty(false);
+    if (s == nullptr)
+        return 0;
+    const int stored = utf8 == nullptr ? KT_ERROR : out.AppendBytes(utf8, length);
+    ZMKFree(utf8);
+    return stored;
 }
