@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "KTBase/KTString.h"
+#include "KTTestLoad.h"
 
 namespace {
 
@@ -104,7 +105,7 @@ TEST(SpacePool, AgreesWithABitmapAfterEveryStep) {
         std::vector<bool> taken(pages);
         Runs runs;
         std::mt19937 random(pages);
-        for (int step = 0; step < 1500; ++step) {
+        for (unsigned int step = 0; step < 200 + KTTestLoad(2000); ++step) {
             SCOPED_TRACE(testing::Message() << pages << " pages, step " << step);
             // Phases that fill and phases that drain; mostly short runs, some of up to a quarter.
             if (runs.empty() || random() % 4 > (step / 100 % 2 == 0 ? 0u : 2u)) {
