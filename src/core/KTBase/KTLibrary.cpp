@@ -21,6 +21,8 @@ KTLibrary& Open() {
 }  // namespace
 
 KTOsFastLock g_referenceLock;
+KTOsFastLock g_packetPoolLock;
+KTOsFastLock g_packetReferenceLock;
 
 KTLibrary& KTLibraryGet() {
     KTLibrary* library = g_library.load(std::memory_order_acquire);
