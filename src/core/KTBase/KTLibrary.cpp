@@ -23,6 +23,8 @@ KTLibrary& Open() {
 }  // namespace
 
 KTOsFastLock g_referenceLock;
+KTOsFastLock g_packetPoolLock;
+KTOsFastLock g_packetReferenceLock;
 
 // Names of locks above, bound before any code runs; the library itself goes through KTLibraryGet.
 CKTMutex& CKTThread::s_THDMutex = reinterpret_cast<KTLibrary&>(g_storage).threads;
