@@ -17,6 +17,7 @@
 #include "KTBase/KTState.h"
 #include "KTBase/KTString.h"
 #include "KTBase/KTThread.h"
+#include "KTBase/KTThreadPool.h"
 #include "KTBase/KTTime.h"
 #include "KTBase/KTUrl.h"
 
