@@ -19,6 +19,7 @@
 #include "KTBase/KTThread.h"
 #include "KTBase/KTThreadPool.h"
 #include "KTBase/KTTime.h"
+#include "KTBase/KTTimer.h"
 #include "KTBase/KTUrl.h"
 
 #endif
