@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "KTBase/KTString.h"
 #include "KTHeap.h"
 
 TEST(MemPool, GrantsWholeAlignedPagesAndTakesThemBack) {
@@ -34,6 +35,13 @@ TEST(MemPool, GrantsWholeAlignedPagesAndTakesThemBack) {
         EXPECT_EQ(pool.CreateBuffer(handle, ptr, size), result);
         EXPECT_EQ(handle, 0u);
     }
+    CKTString text;
+    pool.Dump(&text);
+    EXPECT_TRUE(std::strstr(
+        text.GetBuffer(),
+        "SPACE(test)===>pagenum = 13, pageuse = 11, pagemax = 12, pagelvl = 4, usage = 84.615% / "
+        "92.308%\nLevel     Number      Count    Head\n    0          0          7    "))
+        << text.GetBuffer();
     pool.Delete();
     handle = 1;
     EXPECT_EQ(pool.DeleteBuffer(handle, ptr), -7);
