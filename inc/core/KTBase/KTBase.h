@@ -5,6 +5,7 @@
 #include "KTBase/KTDebug.h"
 #include "KTBase/KTDefs.h"
 #include "KTBase/KTDigest.h"
+#include "KTBase/KTH26X.h"
 #include "KTBase/KTList.h"
 #include "KTBase/KTListT.h"
 #include "KTBase/KTLock.h"
