@@ -10,12 +10,15 @@
 #include "KTBase/KTListT.h"
 #include "KTBase/KTLock.h"
 #include "KTBase/KTMemPool.h"
+#include "KTBase/KTMessage.h"
 #include "KTBase/KTObject.h"
 #include "KTBase/KTPacket.h"
 #include "KTBase/KTSignal.h"
 #include "KTBase/KTSpacePool.h"
 #include "KTBase/KTState.h"
 #include "KTBase/KTString.h"
+#include "KTBase/KTThread.h"
 #include "KTBase/KTTime.h"
+#include "KTBase/KTUrl.h"
 
 #endif

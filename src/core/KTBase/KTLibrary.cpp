@@ -1,7 +1,9 @@
 #include "KTLibrary.h"
 
 #include <atomic>
+#include <new>
 
+#include "KTBase/KTThread.h"
 #include "os/KTOsSystem.h"
 
 namespace {
@@ -23,6 +25,9 @@ KTLibrary& Open() {
 KTOsFastLock g_referenceLock;
 KTOsFastLock g_packetPoolLock;
 KTOsFastLock g_packetReferenceLock;
+
+// Names of locks above, bound before any code runs; the library itself goes through KTLibraryGet.
+CKTMutex& CKTThread::s_THDMutex = reinterpret_cast<KTLibrary&>(g_storage).threads;
 
 KTLibrary& KTLibraryGet() {
     KTLibrary* library = g_library.load(std::memory_order_acquire);
