@@ -9,6 +9,7 @@
 #include "KTBase/KTList.h"
 #include "KTBase/KTListT.h"
 #include "KTBase/KTLock.h"
+#include "KTBase/KTMedia.h"
 #include "KTBase/KTMemPool.h"
 #include "KTBase/KTMessage.h"
 #include "KTBase/KTObject.h"
