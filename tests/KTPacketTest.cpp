@@ -41,7 +41,7 @@ void ExpectPrinted(const std::string& line, Action action) {
 
 void ExpectLive(std::size_t count, unsigned int bytes) {
     ExpectPrinted("Packets==========> num = " + std::to_string(count) +
-                      ", size = " + std::to_string(bytes) + "\n\n",
+                      ", size = " + std::to_string(bytes) + "\n",
                   [] { CPacket::DumpPackets(nullptr); });
 }
 
