@@ -124,25 +124,32 @@ BENCHMARK_TEMPLATE(GetAndPut, HeapPackets, AVBuffers)->Arg(0)->Arg(25)->UseManua
 
 constexpr unsigned int kBacklog = 64;
 
+// Both lines wake the other side only when it can be asleep.
 class PacketLine {
 public:
     void Push(CPacket* packet) {
+        bool wasEmpty = false;
         for (;; m_room.Wait(KT_INFINITE)) {
             CKTGuard hold(m_lock);
+            wasEmpty = m_list.IsEmpty();
             if (m_list.IsFull() == 0) {
                 m_list.PutPacket(packet, 1);
                 break;
             }
         }
-        m_filled.Set();
+        if (wasEmpty)
+            m_filled.Set();
     }
     void PopAll(CKTPacketList& out) {
+        bool wasFull = false;
         for (;; m_filled.Wait(KT_INFINITE)) {
             CKTGuard hold(m_lock);
+            wasFull = m_list.IsFull() != 0;
             if (m_list.MoveTo(&out) != 0)
                 break;
         }
-        m_room.Set();
+        if (wasFull)
+            m_room.Set();
     }
 
 private:
@@ -171,20 +178,26 @@ void StreamPackets(PoolPackets& source, int frames) {
 class AVLine {
 public:
     void Push(AVBufferRef* buffer) {
+        bool wasEmpty = false;
         {
             std::unique_lock<std::mutex> hold(m_lock);
             m_room.wait(hold, [this] { return m_queue.size() < kBacklog; });
+            wasEmpty = m_queue.empty();
             m_queue.push_back(buffer);
         }
-        m_filled.notify_one();
+        if (wasEmpty)
+            m_filled.notify_one();
     }
     void PopAll(std::deque<AVBufferRef*>& out) {
+        bool wasFull = false;
         {
             std::unique_lock<std::mutex> hold(m_lock);
             m_filled.wait(hold, [this] { return !m_queue.empty(); });
+            wasFull = m_queue.size() >= kBacklog;
             out.swap(m_queue);
         }
-        m_room.notify_one();
+        if (wasFull)
+            m_room.notify_one();
     }
 
 private:

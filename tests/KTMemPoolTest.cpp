@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "KTBase/KTString.h"
 #include "KTHeap.h"
 
 TEST(MemPool, GrantsWholeAlignedPagesAndTakesThemBack) {
@@ -28,12 +29,19 @@ TEST(MemPool, GrantsWholeAlignedPagesAndTakesThemBack) {
     }
     EXPECT_EQ(pool.DeleteBuffer(handle, ptr), 0);
     EXPECT_TRUE(handle == 0 && ptr == nullptr);
-    // More than is free in one run; nothing; and a size that in whole pages would not fit its type.
+    // More than is free in one run, nothing, and the most that can be asked for.
     for (auto [asked, result] : {std::pair{2049u, -6}, {0u, -4}, {0xFFFFFFFFu, -6}}) {
         size = asked;
         EXPECT_EQ(pool.CreateBuffer(handle, ptr, size), result);
         EXPECT_EQ(handle, 0u);
     }
+    CKTString text;
+    pool.Dump(&text);
+    EXPECT_TRUE(std::strstr(
+        text.GetBuffer(),
+        "SPACE(test)===>pagenum = 13, pageuse = 11, pagemax = 12, pagelvl = 4, usage = 84.615% / "
+        "92.308%\nLevel     Number      Count    Head\n    0          0          7    "))
+        << text.GetBuffer();
     pool.Delete();
     handle = 1;
     EXPECT_EQ(pool.DeleteBuffer(handle, ptr), -7);

@@ -19,7 +19,9 @@
 #include "KTBase/KTState.h"
 #include "KTBase/KTString.h"
 #include "KTBase/KTThread.h"
+#include "KTBase/KTThreadPool.h"
 #include "KTBase/KTTime.h"
+#include "KTBase/KTTimer.h"
 #include "KTBase/KTUrl.h"
 
 #endif

@@ -79,6 +79,7 @@ protected:
     bool ExpandLCheck(unsigned int pos, unsigned int need, unsigned int level, unsigned int& mask);
     bool ExpandHCheck(unsigned int pos, unsigned int need, unsigned int level, unsigned int& mask);
     /// Takes what the check found; the pages of the last block beyond need stay free. Clears mask.
+    /// Returns 0, or -11 at a block that is not free.
     int ExpandL(unsigned int pos, unsigned int need, unsigned int level, unsigned int& mask);
     int ExpandH(unsigned int pos, unsigned int need, unsigned int level, unsigned int& mask);
 

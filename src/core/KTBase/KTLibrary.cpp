@@ -4,6 +4,7 @@
 #include <new>
 
 #include "KTBase/KTThread.h"
+#include "KTBase/KTTimer.h"
 #include "os/KTOsSystem.h"
 
 namespace {
@@ -28,6 +29,7 @@ KTOsFastLock g_packetReferenceLock;
 
 // Names of locks above, bound before any code runs; the library itself goes through KTLibraryGet.
 CKTMutex& CKTThread::s_THDMutex = reinterpret_cast<KTLibrary&>(g_storage).threads;
+CKTMutex& IKTTimer::s_timermutex = reinterpret_cast<KTLibrary&>(g_storage).timers;
 
 KTLibrary& KTLibraryGet() {
     KTLibrary* library = g_library.load(std::memory_order_acquire);

@@ -10,6 +10,7 @@ struct KTLibrary {
     CKTMutex state;        // every IKTState and IKTStateRef
     CKTMutex debug;        // the debug object, its files and streams
     CKTMutex threads;      // the thread table
+    CKTMutex timers;       // who the timer manager is; nothing is waited for under it
     CKTEvent sleep{true};  // never set: what KTSleepMS waits on
 };
 

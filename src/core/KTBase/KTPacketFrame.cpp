@@ -1,7 +1,8 @@
+#include "KTBase/KTPacket.h"
+
 #include <cstring>
 
 #include "KTBase/KTDebug.h"
-#include "KTBase/KTPacket.h"
 #include "os/KTOsClock.h"
 
 namespace {

@@ -224,7 +224,7 @@ int IKTSpacePool::AcquireL(unsigned int& start, unsigned int count, unsigned int
         if (FitsAbove(first + size, excess, level, mask)) {
             RemoveNode(&blocks, node);
             ExpandH(first + size, excess, level - 1, mask);
-            // Not the first page: derived pools subtract count, and tell the two ways apart by it.
+            // Not the first page, which would be start - count: derived pools reckon with it.
             start = first + count;
             return KT_OK;
         }
