@@ -107,6 +107,22 @@ void PrintUnits(const Stream& stream, bool all) {
 
 // ---- parameter sets ----
 
+/// The size that a media head takes from a sequence parameter set. False when it refuses the set.
+bool HeadSize(const Stream& stream, const Unit& unit, tag_KTSIZES& size) {
+    const unsigned char* const bytes = stream.At(unit);
+    const unsigned int headerBytes = stream.h265 ? 2 : 1;
+    if (unit.length <= headerBytes)
+        return false;
+    CKTH264Head h264;
+    CKTH265Head h265;
+    CKTVideoHead& head = stream.h265 ? static_cast<CKTVideoHead&>(h265) : h264;
+    const unsigned int header = stream.h265 ? bytes[0] | bytes[1] << 8 : bytes[0];
+    if (head.SetNAL(header, bytes + headerBytes, unit.length - headerBytes) != 0)
+        return false;
+    size = {head.GetWidth(), head.GetHeight()};
+    return true;
+}
+
 /// The standard sizes, and the one that a media head takes from this set. False when there are none.
 bool PrintSizes(const Stream& stream, const Unit& unit) {
     const unsigned char* const bytes = stream.At(unit);
@@ -121,16 +137,11 @@ bool PrintSizes(const Stream& stream, const Unit& unit) {
     std::printf("    %-18s%s\n", "coded size", SizeText(coded.width, coded.height).c_str());
     std::printf("    %-18s%s\n", "display size", display.c_str());
 
-    CKTH264Head h264;
-    CKTH265Head h265;
-    CKTVideoHead& head = stream.h265 ? static_cast<CKTVideoHead&>(h265) : h264;
-    const unsigned int headerBytes = stream.h265 ? 2 : 1;
-    const unsigned int header = stream.h265 ? bytes[0] | bytes[1] << 8 : bytes[0];
-    const int result = head.SetNAL(header, bytes + headerBytes, unit.length - headerBytes);
-    const std::string held =
-        result == 0 ? SizeText(head.GetWidth(), head.GetHeight()) : "cannot read this set";
-    if (held != display)
-        std::printf("    %-18s%s\n", "media head", held.c_str());
+    tag_KTSIZES held = {};
+    const std::string head =
+        HeadSize(stream, unit, held) ? SizeText(held.width, held.height) : "cannot read this set";
+    if (head != display)
+        std::printf("    %-18s%s\n", "media head", head.c_str());
     return true;
 }
 
@@ -203,8 +214,8 @@ void PrintSets(const Stream& stream, bool all) {
 
 // ---- description ----
 
-/// The frame as a device sends it: units behind four-byte codes, the picture's size in the header.
-/// Null when memory is out.
+/// The frame as a device sends it: units behind four-byte codes, and in its header the size that a
+/// media head knows. Null when memory is out.
 CPacket* PacketOf(const Stream& stream, const Frame& frame, const tag_KTSIZES& size) {
     const Unit& first = stream.units[frame.firstUnit];
     const Unit& last = stream.units[frame.lastUnit];
@@ -232,12 +243,11 @@ CKTMediaDesc* Describe(const Stream& stream) {
     std::unique_ptr<CKTMediaDesc, Releaser> desc(CKTMediaDesc::Create(0));
     if (desc == nullptr)
         return nullptr;
-    const auto decode = stream.h265 ? H265DecodeSize : H264DecodeSize;
-    tag_KTSIZES size = {};  // displayed, by the last parameter set
+    tag_KTSIZES size = {};  // by the last parameter set
     for (const Frame& frame : stream.frames) {
         for (unsigned int i = frame.firstUnit; i <= frame.lastUnit; ++i)
             if (stream.IsSps(stream.units[i]))
-                decode(stream.At(stream.units[i]), stream.units[i].length, nullptr, &size);
+                HeadSize(stream, stream.units[i], size);
         if (!frame.isKey)
             continue;
         const std::unique_ptr<CPacket, Releaser> packet(PacketOf(stream, frame, size));
