@@ -6,6 +6,8 @@
 #include "KTBase/KTListT.h"
 #include "KTBase/KTObject.h"
 
+struct KTOsFastLock;
+
 /// List of untyped pointers. Owns its nodes, and with auto-delete (on at first) the items that
 /// OnDataFree gets to see. Not synchronised: the owner locks around it.
 ///
@@ -103,7 +105,8 @@ protected:
 };
 
 /// Bounded first-in first-out queue of untyped pointers.
-/// Owns its nodes, never its items. Every member may be called from any thread.
+/// Owns its nodes, never its items. Every member may be called from any thread; the queue outlives
+/// every call into it.
 class KTBASE_API CKTQueue : public IKTBaseOBJ {
 public:
     CKTQueue();  // without limit
@@ -128,13 +131,18 @@ private:
     friend class CKTThread;
     /// Takes the oldest item; null when the queue is empty.
     void* Unlink();
-    /// Whether an item came in since the last poll or wait; takes the signal.
+    /// Whether an item came in since the signal was last taken; takes it. Does not wait.
     bool Poll();
 
+    /// Under m_lock: takes the oldest item, or enters the caller among the waiting.
+    bool TakeOrJoin(void*& item);
+
     unsigned int m_maxCount;
-    CKTList m_items;  // guarded by m_lock
-    void* m_lock;     // innermost: only the heap's own lock is taken while it is held
-    void* m_ready;    // auto-reset; can be set while the queue is empty
+    CKTList m_items;         // guarded by m_lock
+    KTOsFastLock* m_lock;    // innermost: only the heap's own lock is taken while it is held
+    void* m_ready;           // auto-reset; set only for threads that wait: most Puts find none
+    bool m_signalled;        // guarded by m_lock: the signal, while nobody waits for it
+    unsigned int m_waiting;  // guarded by m_lock: threads that found nothing and wait
 };
 
 #endif

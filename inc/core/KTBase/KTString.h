@@ -165,6 +165,7 @@ public:
 
 private:
     bool Reserve(std::size_t n, const char** source);
+    bool Grow(std::size_t n, const char** source);
     int AppendBytes(const char* data, std::size_t count);
     bool Assign(const char* data, std::size_t count);
 

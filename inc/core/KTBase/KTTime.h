@@ -129,7 +129,8 @@ public:
     /// Reads "20210921T101000.005Z" or "20210921T101000Z" as it stands, without conversion of zone.
     /// What follows the last number is not looked at. Returns 0, or -4 and no change.
     int ParseISO8601(const char* text);
-    /// Appends that form, with milliseconds unless they are 0. Returns 0, or -4 when out is null.
+    /// Appends that form, with milliseconds unless they are 0. Returns 0, -4 when out is null, -1 when
+    /// out cannot grow.
     int BuildISO8601(CKTString* out) const;
 
     static bool IsNull(ZHTIME* t);   ///< True for a null pointer too.
@@ -150,6 +151,10 @@ public:
     static int GetWeekDay(unsigned int year, unsigned int month, unsigned int day);
 
 private:
+    unsigned long long MsOfDay() const;
+    void SetMsOfDay(unsigned long long ofDay);
+    void CrossMidnight(long long totalMs);
+
     ZHTIME m_time = 0;
     unsigned int m_ms = 0;
 

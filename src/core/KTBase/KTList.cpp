@@ -1,24 +1,14 @@
 #include "KTBase/KTList.h"
 
+#include <new>
 #include <utility>
 
+#include "KTHeap.h"
 #include "os/KTOsSync.h"
 
 namespace {
 
 constexpr unsigned int kDefaultBlockSize = 10;
-
-// Holds a lock for a scope; one whose owner died is taken over.
-class LockGuard {
-public:
-    explicit LockGuard(void* lock) : m_lock(lock) { KTOsMutexEnter(m_lock, KT_INFINITE); }
-    ~LockGuard() { KTOsMutexLeave(m_lock); }
-    LockGuard(const LockGuard&) = delete;
-    LockGuard& operator=(const LockGuard&) = delete;
-
-private:
-    void* m_lock;
-};
 
 }  // namespace
 
@@ -189,24 +179,30 @@ void CKTListOBJ::OnDataFree(void* item) {
 CKTQueue::CKTQueue() : CKTQueue(0) {}
 
 CKTQueue::CKTQueue(unsigned int maxCount)
-    : m_maxCount(maxCount), m_lock(KTOsMutexCreate()), m_ready(KTOsEventCreate(true)) {
+    : m_maxCount(maxCount), m_ready(KTOsEventCreate(true)), m_signalled(false), m_waiting(0) {
     m_items.SetAutoDel(false);
+    void* block = KTHeapAlloc(sizeof(KTOsFastLock));
+    m_lock = block != nullptr ? new (block) KTOsFastLock : nullptr;
 }
 
 CKTQueue::~CKTQueue() {
     KTOsEventClose(m_ready);
-    KTOsMutexClose(m_lock);
+    KTHeapFree(m_lock);
 }
 
 int CKTQueue::Put(void* item) {
     if (m_lock == nullptr || m_ready == nullptr)
         return KT_NO_MEMORY;
-    bool added;
+    bool added = false;
+    bool wake = false;
     {
-        LockGuard hold(m_lock);
+        KTOsFastGuard hold(*m_lock);
         if (m_maxCount != 0 && m_items.GetCount() >= m_maxCount)
             return KT_FULL;
         added = m_items.m_chain.Insert(nullptr, item) != nullptr;
+        wake = added && m_waiting > 0;
+        if (added && !wake)
+            m_signalled = true;
     }
     // After unlocking: the sinks of the debug output may run a user's code.
     if (!added) {
@@ -214,7 +210,8 @@ int CKTQueue::Put(void* item) {
         return KT_NO_MEMORY;
     }
     // Set after unlocking, or the woken thread runs straight into the lock.
-    KTOsEventSet(m_ready);
+    if (wake)
+        KTOsEventSet(m_ready);
     return KT_OK;
 }
 
@@ -222,28 +219,26 @@ int CKTQueue::Get(void*& item, unsigned int timeoutMs) {
     item = nullptr;
     if (m_lock == nullptr || m_ready == nullptr)
         return KT_ERROR;
-    for (bool woken = false;; woken = true) {
-        bool more = false;
-        bool taken = false;
-        {
-            LockGuard hold(m_lock);
-            taken = !m_items.IsEmpty();
-            if (taken) {
-                item = m_items.RemoveHead();
-                more = !m_items.IsEmpty();
-            }
-        }
-        if (taken) {
-            // Two Puts may have left one signal, and this thread has used it up: the next waiter
-            // must not sleep beside an item.
-            if (woken && more)
-                KTOsEventSet(m_ready);
+    {
+        KTOsFastGuard hold(*m_lock);
+        if (TakeOrJoin(item))
             return KT_OK;
-        }
+    }
+    bool more = false;
+    for (bool taken = false; !taken;) {
         const int result = KTOsEventWait(m_ready, timeoutMs);
+        KTOsFastGuard hold(*m_lock);
+        --m_waiting;
         if (result != KT_OK)
             return result;
+        taken = TakeOrJoin(item);
+        more = taken && m_waiting > 0 && !m_items.IsEmpty();
     }
+    // Two Puts may have left one signal, and this thread has used it up: the next waiter must not
+    // sleep beside an item.
+    if (more)
+        KTOsEventSet(m_ready);
+    return KT_OK;
 }
 
 int CKTQueue::IsEmpty() {
@@ -251,15 +246,37 @@ int CKTQueue::IsEmpty() {
 }
 
 unsigned int CKTQueue::GetCount() {
-    LockGuard hold(m_lock);
+    if (m_lock == nullptr)
+        return 0;
+    KTOsFastGuard hold(*m_lock);
     return m_items.GetCount();
 }
 
 void* CKTQueue::Unlink() {
-    LockGuard hold(m_lock);
+    if (m_lock == nullptr)
+        return nullptr;
+    KTOsFastGuard hold(*m_lock);
     return m_items.RemoveHead();
 }
 
 bool CKTQueue::Poll() {
-    return KTOsEventWait(m_ready, 0) == KT_OK;
+    if (m_lock == nullptr)
+        return false;
+    bool signalled = false;
+    {
+        KTOsFastGuard hold(*m_lock);
+        std::swap(signalled, m_signalled);
+    }
+    // The event itself holds what was meant for a wait that timed out meanwhile.
+    return signalled || KTOsEventWait(m_ready, 0) == KT_OK;
+}
+
+bool CKTQueue::TakeOrJoin(void*& item) {
+    if (!m_items.IsEmpty()) {
+        item = m_items.RemoveHead();
+        return true;
+    }
+    m_signalled = false;
+    ++m_waiting;
+    return false;
 }

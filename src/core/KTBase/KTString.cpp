@@ -8,6 +8,7 @@
 
 #include "KTBase/KTDebug.h"
 #include "KTBase/KTDigest.h"
+#include "KTBase/KTTime.h"
 #include "KTText.h"
 #include "os/KTOsText.h"
 
@@ -48,6 +49,70 @@ const char* At(std::string_view text, std::size_t position) {
 }
 
 }  // namespace
+
+// ---- room ----
+
+/// Makes room for n more bytes. *source moves along when it points into a buffer that moves.
+inline bool CKTString::Reserve(std::size_t n, const char** source) {
+    if (n > INT_MAX)
+        return false;
+    // Strictly less: growing one step early is what callers that watch Size() count on.
+    return m_length + static_cast<unsigned long long>(n) + 1 < m_capacity || Grow(n, source);
+}
+
+bool CKTString::Grow(std::size_t n, const char** source) {
+    if (m_growShift > kMostGrowShift)
+        return false;
+    const unsigned long long used = m_length + static_cast<unsigned long long>(n);
+    const unsigned long long capacity = ((used >> m_growShift) + 1) << m_growShift;
+    if (capacity > UINT_MAX || (m_maxCapacity != 0 && capacity > m_maxCapacity))
+        return false;
+
+    const std::uintptr_t offset =
+        reinterpret_cast<std::uintptr_t>(*source) - reinterpret_cast<std::uintptr_t>(m_buffer);
+    const bool inside = offset < m_capacity;
+    char* buffer = static_cast<char*>(ZMKRealloc(m_buffer, capacity));
+    if (buffer == nullptr)
+        return false;
+    if (m_buffer == nullptr)
+        buffer[0] = 0;
+    if (inside)
+        *source = buffer + offset;
+    m_buffer = buffer;
+    m_capacity = static_cast<unsigned int>(capacity);
+    return true;
+}
+
+inline int CKTString::AppendBytes(const char* data, std::size_t count) {
+    if (count == 0)
+        return 0;
+    if (!Reserve(count, &data))
+        return KT_ERROR;
+    std::memmove(m_buffer + m_length, data, count);
+    m_length += static_cast<unsigned int>(count);
+    m_buffer[m_length] = 0;
+    return static_cast<int>(count);
+}
+
+/// Replaces the content; on failure it stays as it was.
+bool CKTString::Assign(const char* data, std::size_t count) {
+    if (count == 0) {
+        Empty(false);
+        return true;
+    }
+    const unsigned int oldLength = m_length;
+    m_length = 0;  // the old bytes need no room beside the new ones
+    if (!Reserve(count, &data)) {
+        m_length = oldLength;
+        return false;
+    }
+    std::memmove(m_buffer, data, count);
+    m_length = static_cast<unsigned int>(count);
+    m_buffer[m_length] = 0;
+    return true;
+}
+
+// ---- construction ----
 
 CKTString::CKTString() : CKTString(0, kGrowShift) {}
 
@@ -94,35 +159,6 @@ int CKTString::operator<<(const char* s) {
 }
 
 // ---- storage ----
-
-/// Makes room for n more bytes. *source moves along when it points into a buffer that moves.
-bool CKTString::Reserve(std::size_t n, const char** source) {
-    if (n > INT_MAX)
-        return false;
-    const unsigned long long used = static_cast<unsigned long long>(m_length) + n;
-    // Strictly less: growing one step early is what callers that watch Size() count on.
-    if (m_buffer != nullptr && used + 1 < m_capacity)
-        return true;
-    if (m_growShift > kMostGrowShift)
-        return false;
-    const unsigned long long capacity = ((used >> m_growShift) + 1) << m_growShift;
-    if (capacity > UINT_MAX || (m_maxCapacity != 0 && capacity > m_maxCapacity))
-        return false;
-
-    const std::uintptr_t offset =
-        reinterpret_cast<std::uintptr_t>(*source) - reinterpret_cast<std::uintptr_t>(m_buffer);
-    const bool inside = m_buffer != nullptr && offset < m_capacity;
-    char* buffer = static_cast<char*>(ZMKRealloc(m_buffer, capacity));
-    if (buffer == nullptr)
-        return false;
-    if (m_buffer == nullptr)
-        buffer[0] = 0;
-    if (inside)
-        *source = buffer + offset;
-    m_buffer = buffer;
-    m_capacity = static_cast<unsigned int>(capacity);
-    return true;
-}
 
 int CKTString::AllocBuffer(unsigned int n) {
     if (n == 0)
@@ -219,17 +255,6 @@ void CKTString::Clone(char** slot, const char* s, std::size_t len) {
 
 // ---- appending ----
 
-int CKTString::AppendBytes(const char* data, std::size_t count) {
-    if (count == 0)
-        return 0;
-    if (!Reserve(count, &data))
-        return KT_ERROR;
-    std::memmove(m_buffer + m_length, data, count);
-    m_length += static_cast<unsigned int>(count);
-    m_buffer[m_length] = 0;
-    return static_cast<int>(count);
-}
-
 int CKTString::AppendSTR(const char* s, unsigned int len) {
     if (s == nullptr)
         return 0;
@@ -288,6 +313,15 @@ int CKTString::AppendChar(char c, unsigned int count) {
     return static_cast<int>(count);
 }
 
+int CKTString::AppendTime(CKTTime* t, int) {
+    if (t == nullptr)
+        return 0;
+    return Append("%04d/%02d/%02d %02d:%02d:%02d.%03d", static_cast<int>(t->GetYear()),
+                  static_cast<int>(t->GetMonth()), static_cast<int>(t->GetDay()),
+                  static_cast<int>(t->GetHour()), static_cast<int>(t->GetMinute()),
+                  static_cast<int>(t->GetSecond()), static_cast<int>(t->GetMS()));
+}
+
 int CKTString::AppendTime(unsigned long long ms, int asSeconds) {
     const unsigned int msLeft = static_cast<unsigned int>(ms % kMsPerSecond);
     if (asSeconds != 0)
@@ -307,24 +341,6 @@ int CKTString::operator+=(const CKTString& other) {
 }
 
 // ---- assignment and access ----
-
-/// Replaces the content; on failure it stays as it was.
-bool CKTString::Assign(const char* data, std::size_t count) {
-    if (count == 0) {
-        Empty(false);
-        return true;
-    }
-    const unsigned int oldLength = m_length;
-    m_length = 0;  // the old bytes need no room beside the new ones
-    if (!Reserve(count, &data)) {
-        m_length = oldLength;
-        return false;
-    }
-    std::memmove(m_buffer, data, count);
-    m_length = static_cast<unsigned int>(count);
-    m_buffer[m_length] = 0;
-    return true;
-}
 
 void CKTString::operator=(const char* s) {
     // What does not fit leaves the string empty: the old text must not pass for the new one.

@@ -5,13 +5,16 @@
 #include <ctime>
 
 #include "KTBase/KTDebug.h"
+#include "KTBase/KTString.h"
 #include "KTBase/KTSysTypes.h"
 #include "KTLibrary.h"
 #include "os/KTOsClock.h"
 
 namespace {
 
+constexpr char kSource[] = "src/core/KTBase/KTTime";
 constexpr long long kDaySeconds = 86400;
+constexpr unsigned long long kDayMs = 86400000;
 
 // Fields of the word: the lowest bit and the mask of each.
 constexpr unsigned int kMinuteShift = 6, kHourShift = 12, kDayShift = 17, kMonthShift = 22,
@@ -113,6 +116,10 @@ void FillUtc(long long seconds, tm& out) {
     out.tm_yday = static_cast<int>(epochDay - DayOfDate(at.year, 1, 1));
 }
 
+int Order(unsigned int a, unsigned int b) {
+    return a < b ? -1 : a > b ? 1 : 0;
+}
+
 }  // namespace
 
 unsigned long long CKTTime::s_freq = 0;
@@ -145,8 +152,9 @@ CKTTime::~CKTTime() = default;
 
 void CKTTime::Dump() {
     // The class name stands in the line twice: searches of field logs rely on it.
-    KTPrintf("CKTTime::%s--->%04u/%02u/%02u %02u:%02u:%02u.%03d\n", "CKTTime::Dump", GetYear(),
-             GetMonth(), GetDay(), GetHour(), GetMinute(), GetSecond(), static_cast<int>(m_ms));
+    char text[64];
+    ToString(text, sizeof(text));
+    KTPrintf("CKTTime::%s--->%s\n", "CKTTime::Dump", text);
 }
 
 void CKTTime::clone(CKTTime* other) {
@@ -361,6 +369,169 @@ bool CKTTime::operator>=(ZHTIME t) const {
     return m_time >= t;
 }
 
+int CKTTime::Compare(const CKTTime& other, int level) const {
+    const int order = Compare(&m_time, &other.m_time, level);
+    return order == 0 && level == 6 ? Order(m_ms, other.m_ms) : order;
+}
+
+int CKTTime::Compare(const ZHTIME* t, int level) const {
+    return Compare(&m_time, t, level);
+}
+
+int CKTTime::Compare(const ZHTIME* a, const ZHTIME* b, int level) {
+    if (a == nullptr || b == nullptr)
+        KTFault(kSource, "CKTTime::Compare", 806);
+    // Coarser fields lie above finer ones: dropping the low bits compares down to the level.
+    constexpr unsigned int kShifts[] = {kYearShift, kMonthShift, kDayShift, kHourShift,
+                                        kMinuteShift};
+    const unsigned int shift = level < 0 ? kYearShift : level < 5 ? kShifts[level] : 0;
+    return Order((a != nullptr ? *a : 0) >> shift, (b != nullptr ? *b : 0) >> shift);
+}
+
+int CKTTime::CompareBirth(const tag_BIRTHTIME* a, const tag_BIRTHTIME* b) {
+    if (a == nullptr || b == nullptr)
+        KTFault(kSource, "CKTTime::CompareBirth", 895);
+    const tag_BIRTHTIME none = {};
+    const tag_BIRTHTIME& left = a != nullptr ? *a : none;
+    const tag_BIRTHTIME& right = b != nullptr ? *b : none;
+    // Texts, not numbers: a year of five digits sorts by its first four.
+    char leftText[32] = {};
+    char rightText[32] = {};
+    std::snprintf(leftText, sizeof(leftText), "%04d%02d%02d", left.year, left.month, left.day);
+    std::snprintf(rightText, sizeof(rightText), "%04d%02d%02d", right.year, right.month, right.day);
+    const int order = std::memcmp(leftText, rightText, sizeof(leftText));
+    return order < 0 ? -1 : order > 0 ? 1 : 0;
+}
+
+long long CKTTime::operator-(const CKTTime& other) const {
+    return GetTime() - other.GetTime();
+}
+
+long long CKTTime::GetTimeSpan(CKTTime* a, CKTTime* b) {
+    if (a == nullptr || b == nullptr)
+        return 0;
+    return (*a - *b) * 1000 + a->m_ms - b->m_ms;
+}
+
+unsigned long long CKTTime::MsOfDay() const {
+    return ((GetHour() * 60 + GetMinute()) * 60ull + GetSecond()) * 1000 + m_ms;
+}
+
+void CKTTime::SetMsOfDay(unsigned long long ofDay) {
+    const unsigned int seconds = static_cast<unsigned int>(ofDay / 1000);
+    Replace(m_time, kHourShift, kHourMask, seconds / 3600);
+    Replace(m_time, kMinuteShift, kMinuteMask, seconds / 60 % 60);
+    Replace(m_time, 0, kSecondMask, seconds % 60);
+    m_ms = static_cast<unsigned int>(ofDay % 1000);
+}
+
+// Deployed callers rely on both halves of this: the fields come back as local time, and SetTime
+// leaves milliseconds 0.
+void CKTTime::CrossMidnight(long long totalMs) {
+    tm local;
+    if (KTOsEpochToLocal(totalMs / 1000, local))
+        SetTime(&local);
+}
+
+void CKTTime::Add(unsigned int ms) {
+    const unsigned long long ofDay = MsOfDay() + ms;
+    if (ofDay < kDayMs)
+        SetMsOfDay(ofDay);
+    else
+        CrossMidnight(GetTime() * 1000 + m_ms + ms);
+}
+
+void CKTTime::Sub(unsigned int ms) {
+    const unsigned long long ofDay = MsOfDay();
+    if (ofDay >= ms)
+        SetMsOfDay(ofDay - ms);
+    else
+        CrossMidnight(GetTime() * 1000 + m_ms - ms);
+}
+
+// The milliseconds of a shift by seconds are counted in unsigned 32 bits.
+CKTTime& CKTTime::operator+=(int seconds) {
+    if (seconds < 0)
+        Sub((0u - static_cast<unsigned int>(seconds)) * 1000u);
+    else if (seconds > 0)
+        Add(static_cast<unsigned int>(seconds) * 1000u);
+    return *this;
+}
+
+CKTTime& CKTTime::operator+=(unsigned int seconds) {
+    if (seconds != 0)
+        Add(seconds * 1000u);
+    return *this;
+}
+
+CKTTime& CKTTime::operator-=(int seconds) {
+    if (seconds < 0)
+        Add((0u - static_cast<unsigned int>(seconds)) * 1000u);
+    else if (seconds > 0)
+        Sub(static_cast<unsigned int>(seconds) * 1000u);
+    return *this;
+}
+
+CKTTime& CKTTime::operator-=(unsigned int seconds) {
+    if (seconds != 0)
+        Sub(seconds * 1000u);
+    return *this;
+}
+
+int CKTTime::ToString(char* buf, int size) const {
+    if (buf == nullptr || size < 1)
+        return KT_ERROR;
+    std::snprintf(buf, static_cast<std::size_t>(size), "%04d/%02d/%02d %02d:%02d:%02d.%03d",
+                  static_cast<int>(GetYear()), static_cast<int>(GetMonth()),
+                  static_cast<int>(GetDay()), static_cast<int>(GetHour()),
+                  static_cast<int>(GetMinute()), static_cast<int>(GetSecond()),
+                  static_cast<int>(m_ms));
+    return KT_OK;
+}
+
+int CKTTime::ToString(CKTString* out, bool bRaw) const {
+    if (out == nullptr)
+        return 0;
+    CKTTime shown(*this);
+    if (!bRaw) {
+        tm local;
+        if (!KTOsEpochToLocal(GetTime(), local))
+            return KT_ERROR;
+        shown.SetTime(&local);
+    }
+    return out->Append("%04u/%02u/%02u %02u:%02u:%02u", shown.GetYear(), shown.GetMonth(),
+                       shown.GetDay(), shown.GetHour(), shown.GetMinute(), shown.GetSecond());
+}
+
+int CKTTime::ParseISO8601(const char* text) {
+    if (text == nullptr)
+        return KT_ARGUMENT;
+    int year, month, day, hour, minute, second, ms;
+    if (std::sscanf(text, "%04d%02d%02dT%02d%02d%02d.%03dZ", &year, &month, &day, &hour, &minute,
+                    &second, &ms) != 7) {
+        if (std::sscanf(text, "%04d%02d%02dT%02d%02d%02dZ", &year, &month, &day, &hour, &minute,
+                        &second) != 6)
+            return KT_ARGUMENT;
+        ms = 0;
+    }
+    m_time = Pack(static_cast<unsigned int>(year) - 2000, static_cast<unsigned int>(month),
+                  static_cast<unsigned int>(day), static_cast<unsigned int>(hour),
+                  static_cast<unsigned int>(minute), static_cast<unsigned int>(second));
+    m_ms = static_cast<unsigned int>(ms);
+    return KT_OK;
+}
+
+int CKTTime::BuildISO8601(CKTString* out) const {
+    if (out == nullptr)
+        return KT_ARGUMENT;
+    char ms[16] = "";
+    if (m_ms != 0)
+        std::snprintf(ms, sizeof(ms), ".%03d", static_cast<int>(m_ms));
+    const int appended = out->Append("%04u%02u%02uT%02u%02u%02u%sZ", GetYear(), GetMonth(),
+                                     GetDay(), GetHour(), GetMinute(), GetSecond(), ms);
+    return appended < 0 ? KT_ERROR : KT_OK;
+}
+
 bool CKTTime::IsNull(ZHTIME* t) {
     return t == nullptr || *t == 0;
 }
@@ -403,6 +574,27 @@ void CKTTime::GetDateTime(tm& out, bool bUTC) {
     const long long now = KTOsWallClock().seconds;
     if (bUTC || !KTOsEpochToLocal(now, out))
         FillUtc(now, out);
+}
+
+int CKTTime::GetYearDay(unsigned int year, unsigned int month, unsigned int day) {
+    if (month < 1 || month > 12 || day < 1 || day > 31)
+        return -1;
+    constexpr int kDaysBefore[] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
+    // No leap day in a year divisible by 400 either: stored day numbers count this way.
+    const bool leapDay = month > 2 && year % 4 == 0 && year % 100 != 0;
+    return kDaysBefore[month - 1] + static_cast<int>(day) + (leapDay ? 1 : 0);
+}
+
+int CKTTime::GetWeekDay(unsigned int year, unsigned int month, unsigned int day) {
+    if (month < 1 || month > 12 || day < 1 || day > 31)
+        return -1;
+    if (month < 3) {
+        month += 12;
+        --year;
+    }
+    const unsigned int fromMonday =
+        (day + 2 * month + 3 * (month + 1) / 5 + year + year / 4 - year / 100 + year / 400) % 7;
+    return fromMonday == 6 ? 0 : static_cast<int>(fromMonday) + 1;
 }
 
 CKTTimeout::CKTTimeout() = default;
