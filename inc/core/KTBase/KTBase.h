@@ -5,6 +5,7 @@
 #include "KTBase/KTDebug.h"
 #include "KTBase/KTDefs.h"
 #include "KTBase/KTDigest.h"
+#include "KTBase/KTFile.h"
 #include "KTBase/KTList.h"
 #include "KTBase/KTListT.h"
 #include "KTBase/KTLock.h"
@@ -13,5 +14,6 @@
 #include "KTBase/KTState.h"
 #include "KTBase/KTString.h"
 #include "KTBase/KTTime.h"
+#include "KTBase/KTZip.h"
 
 #endif
