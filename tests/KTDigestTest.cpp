@@ -403,7 +403,7 @@ TEST(Packbits, CutsAndTellsWhatDoesNotFit) {
         {"FE610062", 2, "aa",
          "unpacked RLE data would overflow row (run)\n"
          "unpacked RLE data would overflow row (copy)\n"},
-        {"0061036263", 9, "a", "not enough RLE data for row\n"},
+        {"0061026263", 9, "a", "not enough RLE data for row\n"},
         {"02616263", 9, "abc", ""},  // its three bytes are all that is left behind the count
         {"006103", 9, "a", ""},
         {"0061FE", 9, "a", ""},

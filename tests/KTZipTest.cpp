@@ -98,6 +98,7 @@ TEST(ZipData, StopsAtCorruptDataAndAtAFullString) {
     bytes.back() ^= 1;  // of the checksum
     EXPECT_EQ(ExpandZlib(plain, bytes), -15);
     EXPECT_EQ(Text(plain), "<" + text.substr(0, plain.GetLength() - 1));
+    EXPECT_EQ(plain.GetBuffer()[plain.GetLength()], 0);
     packed.Empty(false);
     ASSERT_EQ(KTZIPDataCompress(packed, std::string(2000, 'a').data(), 2000), 2000);
     EXPECT_EQ(ExpandZlib(small, Text(packed)), -6);
