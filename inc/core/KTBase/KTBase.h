@@ -6,6 +6,7 @@
 #include "KTBase/KTDebug.h"
 #include "KTBase/KTDefs.h"
 #include "KTBase/KTDigest.h"
+#include "KTBase/KTFile.h"
 #include "KTBase/KTH26X.h"
 #include "KTBase/KTList.h"
 #include "KTBase/KTListT.h"
@@ -24,5 +25,6 @@
 #include "KTBase/KTTime.h"
 #include "KTBase/KTTimer.h"
 #include "KTBase/KTUrl.h"
+#include "KTBase/KTZip.h"
 
 #endif
