@@ -148,7 +148,7 @@ TEST(GzipData, TakesItsInputFromTheStringItChanges) {
     EXPECT_EQ(KTGZIPDataUncompress(own, own.GetBuffer(), own.GetLength() - 500), 500);
 }
 
-TEST(ZipData, MutantsEndInStatedCodes) {
+TEST(ZipData, MutantsEndInKnownCodes) {
     std::mt19937 random(1);
     CKTString whole[2];
     const std::string text = Lines(700);
