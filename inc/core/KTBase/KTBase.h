@@ -9,6 +9,7 @@
 #include "KTBase/KTListT.h"
 #include "KTBase/KTLock.h"
 #include "KTBase/KTObject.h"
+#include "KTBase/KTSignal.h"
 #include "KTBase/KTState.h"
 #include "KTBase/KTString.h"
 #include "KTBase/KTTime.h"
