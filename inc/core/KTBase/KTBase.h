@@ -10,6 +10,8 @@
 #include "KTBase/KTLock.h"
 #include "KTBase/KTObject.h"
 #include "KTBase/KTSignal.h"
+#include "KTBase/KTSocket.h"
+#include "KTBase/KTSsl.h"
 #include "KTBase/KTState.h"
 #include "KTBase/KTString.h"
 #include "KTBase/KTTime.h"

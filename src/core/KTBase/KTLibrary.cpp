@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "os/KTOsNet.h"
 #include "os/KTOsSystem.h"
 
 namespace {
@@ -31,6 +32,7 @@ void KTLibraryClose() {
     KTLibrary* library = g_library.exchange(nullptr);
     if (library != nullptr)
         library->~KTLibrary();
+    KTOsNetClose();
     KTAccountingClose();
 }
 
