@@ -316,7 +316,7 @@ int KTOsSocketWait(unsigned long long handle, KTOsWait what, unsigned int timeou
     // A connection that fails shows here only.
     if (what == KTOsWait::Connect)
         failed = set;
-    const timeval time = TimeValue(timeoutMs);
+    timeval time = TimeValue(timeoutMs);
     const int count = select(
         0, what == KTOsWait::Read ? &set : nullptr, what == KTOsWait::Read ? nullptr : &set,
         what == KTOsWait::Connect ? &failed : nullptr, timeoutMs == KT_INFINITE ? nullptr : &time);
@@ -368,6 +368,6 @@ bool KTOsSetHas(const fd_set& set, unsigned long long handle) {
 
 int KTOsSetWait(unsigned long long, fd_set& read, fd_set& write, fd_set& error,
                 unsigned int timeoutMs) {
-    const timeval time = TimeValue(timeoutMs);
+    timeval time = TimeValue(timeoutMs);
     return select(0, &read, &write, &error, timeoutMs == KT_INFINITE ? nullptr : &time);
 }
