@@ -40,6 +40,14 @@ bool HasIpv6() {
     return CKTSocket::CloseSock(handle) == 0;
 }
 
+bool RunsUnderWine() {
+#if defined(_WIN32)
+    return GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr;
+#else
+    return false;
+#endif
+}
+
 /// Waits in a set until the socket may be read.
 bool AwaitRecv(CKTSocket& socket) {
     CKTSocketSET set;
@@ -156,7 +164,11 @@ TEST(SocketAddress, FindsAdaptersAndTheMachinesAddresses) {
     const std::string printed = testing::internal::GetCapturedStdout();
     ASSERT_GT(count, 0);
     EXPECT_EQ(list.GetCount(), static_cast<unsigned int>(count));
-    EXPECT_NE(printed.find("HostIP = " + Text(first, false) + "\n"), std::string::npos) << printed;
+    std::string wanted;
+    for (int i = 0; i < count; ++i)
+        wanted += "HostIP = " + Text(*static_cast<CKTSocketAddress*>(list[i]), false) + "\n";
+    EXPECT_EQ(printed, wanted);
+    EXPECT_FALSE(Text(first, false).empty());
     EXPECT_EQ(CKTSocketAddress::FindEthIF(&first, &again), -4);
     EXPECT_EQ(CKTSocketAddress::FindEthIF(&again, &first), -10);
 }
@@ -426,6 +438,8 @@ TEST(SocketMcast, JoinsHearsAndLeavesAGroup) {
     CKTSocket::MCASTGroupAdd(sender.GetHandle(), loop, group);
     EXPECT_EQ(CKTSocket::MCASTEnableLoop(sender.GetHandle(), true), 0);
     group.SetPort(port);
+    if (RunsUnderWine())
+        GTEST_SKIP() << "Wine passes on the host's filter of bound addresses: nothing to hear";
     sender.Send(&text, &group);
     ASSERT_EQ(sender.OnSend(nullptr), 6);
     ASSERT_TRUE(AwaitRecv(member));

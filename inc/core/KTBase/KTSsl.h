@@ -72,7 +72,7 @@ private:
     void SetReason();
 
     bool m_useSsl;
-    bool m_reserved;  // true; nothing reads it
+    [[maybe_unused]] bool m_reserved;  // true; nothing reads it
     ssl_ctx_st* m_context;
     ssl_st* m_session;
     int m_socket;  // -1: none

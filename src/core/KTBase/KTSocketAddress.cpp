@@ -169,7 +169,8 @@ int CKTSocketAddress::FromString(const char* text) {
     char host[kHostBytes];
     sockaddr_in v4 = {};
     sockaddr_in6 v6 = {};
-    if (text == nullptr || *text == 0 || !KTSocketHost(text, host, sizeof(host))) {
+    // Some resolvers take an empty name, as in "[]", for this machine.
+    if (text == nullptr || !KTSocketHost(text, host, sizeof(host)) || host[0] == 0) {
         Clear();
         return KT_ERROR;
     }
