@@ -260,6 +260,8 @@ TEST_F(SslPeer, ShowsItsOwnCertificate) {
 TEST_F(SslPeer, RefusesToRenegotiate) {
     // The server asks within the second, and ends a connection that refuses, then itself.
     ASSERT_EQ(socket.Open("127.0.0.1", ports["renegotiate"]), 0) << socket.GetSslReason();
+    // It may be reading already, and looks for its commands only once it got something.
+    ASSERT_EQ(socket.Send("go\n", 3, kLongMs), 3);
     char buffer[4096];
     int result = 0;
     for (int i = 0; i < 10 && result >= 0; ++i)
