@@ -1,25 +1,25 @@
-#include "KTBase/KTSignal.h"
-
+#include <KTBase/KTSignal.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
 #include <thread>
 
 #include "KTHeap.h"
+#include "KTTestLoad.h"
 
 namespace {
 
 constexpr unsigned int kShortMs = 50;  // long enough for a thread that does not wait to get through
 
+std::atomic<int> g_deadCalls{0};  // calls of destroyed objects
+
 struct Probe : CKTObject {
-    Probe(std::function<void(unsigned int)> act = nullptr) : body(std::move(act)) {}
     ~Probe() override { alive = false; }
     int OnSignal(CKTObject*, unsigned int cmd, void* order, void*) {
-        dead += !alive;
+        g_deadCalls += !alive;
         ++calls;
         if (order != nullptr)
             *static_cast<std::string*>(order) += name;
@@ -31,40 +31,28 @@ struct Probe : CKTObject {
     char name = '?';
     std::atomic<int> calls{0};
     std::atomic<bool> alive{true};
-    static std::atomic<int> dead;  // calls of destroyed objects
 };
-std::atomic<int> Probe::dead{0};
 
-const KTSignalHandler kHandler = static_cast<KTSignalHandler>(&Probe::OnSignal);
+class Signal : public testing::Test {
+protected:
+    int Attach(Probe& probe) { return signal.Attach(&probe, handler); }
+    int Detach(Probe& probe) { return signal.Detach(&probe, handler); }
+    int Emit(unsigned int cmd, std::string* order = nullptr) {
+        return signal.Commit(nullptr, cmd, order, nullptr);
+    }
+    const KTSignalHandler handler = static_cast<KTSignalHandler>(&Probe::OnSignal);
+    IKTSignal signal{5};  // reached when the second four places are in use
+};
 
-int Emit(IKTSignal& signal, unsigned int cmd, std::string* order = nullptr) {
-    return signal.Commit(nullptr, cmd, order, nullptr);
-}
-
-TEST(Signal, KeepsEachPairOnceAndReportsUnknownOnes) {
-    IKTSignal signal;
-    Probe a, b;
-    EXPECT_EQ(signal.Attach(nullptr, kHandler), -4);
-    EXPECT_EQ(signal.Attach(&a, nullptr), -4);
-    EXPECT_EQ(signal.Detach(static_cast<IKTCallback*>(nullptr)), -4);
-    EXPECT_EQ(signal.Detach(&a, kHandler), -1);
-    for (int i = 0; i < 2; ++i)
-        EXPECT_EQ(signal.Attach(&a, kHandler), 0);
-    EXPECT_EQ(signal.Attach(&b, kHandler), 0);
-    EXPECT_EQ(Emit(signal, 0), 2);
-    EXPECT_EQ(a.calls, 1);
-}
-
-TEST(Signal, RefusesAtTheLimitAndThenShutsOutOtherThreads) {
-    IKTSignal signal(5);  // reached when the second four places are in use
+TEST_F(Signal, RefusesAtItsLimitAndThenShutsOutOtherThreads) {
     Probe probes[9];
     CKTEvent refused, leave, through;
     std::thread first([&] {
         for (int i = 0; i < 8; ++i)
-            EXPECT_EQ(signal.Attach(&probes[i], kHandler), 0) << i;
-        EXPECT_EQ(signal.Attach(&probes[8], kHandler), -8);
-        EXPECT_EQ(signal.Detach(&probes[2], kHandler), 0);
-        EXPECT_EQ(signal.Attach(&probes[8], kHandler), 0);  // the freed place serves
+            EXPECT_EQ(Attach(probes[i]), 0) << i;
+        EXPECT_EQ(Attach(probes[8]), -8);
+        EXPECT_EQ(Detach(probes[2]), 0);
+        EXPECT_EQ(Attach(probes[8]), 0);  // the freed place serves
         refused.Set();
         leave.Wait(KT_INFINITE);
     });
@@ -79,99 +67,89 @@ TEST(Signal, RefusesAtTheLimitAndThenShutsOutOtherThreads) {
     second.join();
 }
 
-TEST(Signal, EmissionSeesWhatCallbacksChange) {
-    IKTSignal signal;
+TEST_F(Signal, EmissionSeesWhatCallbacksChange) {
     Probe p[7];
     for (int i = 0; i < 7; ++i)
         p[i].name = static_cast<char>('0' + i);
-    for (int i = 0; i < 4; ++i)
-        signal.Attach(&p[i], kHandler);
+    for (int i : {0, 0, 1, 2, 3})  // the second time changes nothing
+        EXPECT_EQ(Attach(p[i]), 0);
     p[1].body = [&](unsigned int) {
-        signal.Detach(&p[0], kHandler);
-        signal.Attach(&p[4], kHandler);  // takes the place that was passed already
-        signal.Detach(&p[2], kHandler);  // not reached yet
-        signal.Detach(&p[1], kHandler);  // itself
-    };
-    p[3].body = [&](unsigned int cmd) {
-        if (cmd == 1)
-            for (Probe* late : {&p[2], &p[5], &p[6]})  // places 1, 2 and a new one
-                signal.Attach(late, kHandler);
+        Detach(p[0]);
+        Attach(p[4]);  // place 0 has been passed
+        Detach(p[2]);
+        Attach(p[5]);  // place 2 is still to come
+        Attach(p[6]);  // a new place
+        Detach(p[1]);
     };
     std::string order;
-    EXPECT_EQ(Emit(signal, 1, &order), 4);
-    EXPECT_EQ(order, "0136");
-    order.clear();
-    EXPECT_EQ(Emit(signal, 2, &order), 5);
-    EXPECT_EQ(order, "42536");
+    EXPECT_EQ(Emit(1, &order), 5);
+    EXPECT_EQ(Emit(2, &order), 4);
+    EXPECT_EQ(order, "015364536");
     p[5].body = [&](unsigned int) { signal.Clear(); };
-    EXPECT_EQ(Emit(signal, 3), 3);
-    EXPECT_EQ(signal.GetCount(), 0u);
+    EXPECT_EQ(Emit(3), 2);
+    EXPECT_EQ(Emit(4), 0);
 }
 
-TEST(Signal, CallbackMayEmitAgainAndDetachItselfInsideOrAfterwards) {
-    IKTSignal signal;
+TEST_F(Signal, CallbackMayEmitAgainAndDetachItselfInsideOrAfterwards) {
     Probe first, second;
     first.body = [&](unsigned int depth) {
-        EXPECT_EQ(depth < 2 ? Emit(signal, depth + 1) - 2 : signal.Detach(&first, kHandler), 0);
+        EXPECT_EQ(depth < 2 ? Emit(depth + 1) - 2 : Detach(first), 0);
     };
     second.body = [&](unsigned int depth) {
-        EXPECT_EQ(depth == 0 ? Emit(signal, 3) - 1 + signal.Detach(&second, kHandler) : 0, 0);
+        EXPECT_EQ(depth == 0 ? Emit(3) - 1 + Detach(second) : 0, 0);
     };
-    signal.Attach(&first, kHandler);
-    signal.Attach(&second, kHandler);
-    EXPECT_EQ(Emit(signal, 0), 2);
+    Attach(first);
+    Attach(second);
+    EXPECT_EQ(Emit(0), 2);
     EXPECT_EQ(first.calls * 10 + second.calls, 34);
     EXPECT_EQ(signal.GetCount(), 0u);
 }
 
 // The callback runs twice, once inside itself; another thread takes the connection away while only
 // the outer call is left.
-TEST(Signal, DetachFromAnotherThreadWaitsForTheOutermostCall) {
+TEST_F(Signal, DetachFromAnotherThreadWaitsForTheOutermostCall) {
     for (bool clear : {false, true}) {
-        IKTSignal signal;
         CKTEvent returned;
         std::thread other;
         Probe probe;
         probe.body = [&](unsigned int cmd) {
             if (cmd != 0)
                 return;
-            Emit(signal, 1);
+            Emit(1);
             other = std::thread([&] {
-                EXPECT_EQ(clear ? signal.Clear() : signal.Detach(&probe, kHandler), 0);
+                EXPECT_EQ(clear ? signal.Clear() : Detach(probe), 0);
                 returned.Set();
             });
             while (signal.GetCount() != 0)
                 std::this_thread::yield();
-            EXPECT_EQ(signal.Detach(&probe, kHandler), -1);  // the other thread has it
-            EXPECT_EQ(signal.Attach(&probe, kHandler), 0);   // a connection of its own
-            EXPECT_EQ(signal.GetCount(), 1u);
+            EXPECT_EQ(Detach(probe), -1);  // the other thread has it
+            EXPECT_EQ(Attach(probe), 0);   // a connection of its own
             EXPECT_EQ(returned.Wait(kShortMs), -2);
         };
-        signal.Attach(&probe, kHandler);
-        EXPECT_EQ(Emit(signal, 0), 1);
+        Attach(probe);
+        EXPECT_EQ(Emit(0), 1);
         other.join();
-        EXPECT_EQ(Emit(signal, 1), clear ? 0 : 1);
+        EXPECT_EQ(Emit(1), clear ? 0 : 1);
+        signal.Clear();
     }
 }
 
-TEST(Signal, LosesNothingWhileThreadsAttachDetachAndEmit) {
-    constexpr int kRounds = 20000 / KTBASE_LOAD_DIVISOR + 1;
-    IKTSignal signal;
+TEST_F(Signal, LosesNothingWhileThreadsAttachDetachAndEmit) {
+    const unsigned int rounds = KTTestLoad(20000, 500000);
     Probe steady;
-    signal.Attach(&steady, kHandler);
+    Attach(steady);
     std::atomic<int> failures{0};
-    Probe::dead = 0;
     auto emit = [&] {
-        for (int i = 0; i < kRounds; ++i)
-            failures += Emit(signal, 0) < 1;
+        for (unsigned int i = 0; i < rounds; ++i)
+            failures += Emit(0) < 1;
     };
     auto churn = [&] {
-        for (int i = 0; i < kRounds; ++i) {
+        for (unsigned int i = 0; i < rounds; ++i) {
             auto probe = std::make_unique<Probe>();
             if (i % 3 == 0)  // emits in turn
-                probe->body = [&](unsigned int cmd) { cmd == 0 ? Emit(signal, 1) : 0; };
-            failures += signal.Attach(probe.get(), kHandler) != 0;
-            failures += signal.Detach(probe.get(), kHandler) != 0;
+                probe->body = [&](unsigned int cmd) { cmd == 0 ? Emit(1) : 0; };
+            failures += Attach(*probe) != 0;
+            failures += Detach(*probe) != 0;
         }
     };
     std::thread threads[] = {std::thread(emit), std::thread(churn), std::thread(churn)};
@@ -179,39 +157,40 @@ TEST(Signal, LosesNothingWhileThreadsAttachDetachAndEmit) {
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(failures, 0);
-    EXPECT_EQ(Probe::dead, 0);
-    EXPECT_GE(steady.calls, 2 * kRounds);
+    EXPECT_EQ(g_deadCalls, 0);
+    EXPECT_GE(steady.calls, static_cast<int>(2 * rounds));
     EXPECT_EQ(signal.GetCount(), 1u);
 }
 
-TEST(Signal, StaysUsableWhenMemoryRunsOut) {
+TEST_F(Signal, StaysUsableWhenMemoryRunsOut) {
     Probe probe;
     int result = -6;
-    for (unsigned int nth = 1; result == -6; ++nth) {
-        IKTSignal signal;
+    for (unsigned int nth = 1; result != 0; ++nth, signal.Clear()) {
         KTHeapFailAt(nth);
-        result = signal.Attach(&probe, kHandler);
+        result = Attach(probe);
         KTHeapFailAt(0);
-        EXPECT_TRUE(result == 0 || (result == -6 && nth < 10)) << result;
+        ASSERT_TRUE(result == 0 || (result == -6 && nth < 10)) << result;
         std::thread([&] { EXPECT_EQ(signal.GetCount(), result == 0 ? 1u : 0u); }).join();
-        EXPECT_EQ(signal.Attach(&probe, kHandler), 0);
+        EXPECT_EQ(Attach(probe), 0);
     }
+    EXPECT_EQ(Detach(probe), -1);
+    EXPECT_EQ(signal.Attach(&probe, nullptr), -4);
+    EXPECT_EQ(signal.Detach(static_cast<IKTCallback*>(nullptr)), -4);
 }
 
-int Record(void* context, unsigned int cmd, void* sender, void* p0, void* p1) {
-    void* args[] = {sender, p0, p1};
-    std::memcpy(context, args, sizeof(args));
-    return static_cast<int>(cmd);
-}
-
-TEST(Callback, HandsOverAllThatTheSignalWasEmittedWith) {
-    void* seen[3] = {};
-    IKTCallback callback(seen, Record);
-    IKTSignal signal;
+TEST_F(Signal, HandsAPlainFunctionAllThatItWasEmittedWith) {
+    std::string seen;
+    auto record = [](void* context, unsigned int cmd, void* sender, void* p0, void* p1) {
+        *static_cast<std::string*>(context) =
+            std::to_string(cmd) + *static_cast<char*>(p0) + *static_cast<char*>(p1);
+        return sender == nullptr ? -3 : 3;
+    };
+    IKTCallback callback(&seen, record);
+    char a = 'a', b = 'b';
     EXPECT_EQ(signal.Attach(&callback), 0);
-    EXPECT_EQ(signal.Commit(&signal, 7, &seen[1], &seen[2]), 1);
-    EXPECT_TRUE(seen[0] == &signal && seen[1] == &seen[1] && seen[2] == &seen[2]);
-    EXPECT_EQ(callback.OnSignal(nullptr, 9, nullptr, nullptr), 9);
+    EXPECT_EQ(signal.Commit(&signal, 7, &a, &b), 1);
+    EXPECT_EQ(seen, "7ab");
+    EXPECT_EQ(callback.OnSignal(nullptr, 9, &a, &b), -3);
     EXPECT_EQ(signal.Detach(&callback), 0);
 }
 

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "KTTestLoad.h"
+#include "KTTestPrint.h"
 
 namespace {
 
@@ -161,7 +162,7 @@ TEST(SocketAddress, FindsAdaptersAndTheMachinesAddresses) {
     EXPECT_EQ(first.GetPort(), 0);
     testing::internal::CaptureStdout();
     const int count = CKTSocketAddress::ETHListQuery(&list, 2);
-    const std::string printed = testing::internal::GetCapturedStdout();
+    const std::string printed = KTTestPrinted();
     ASSERT_GT(count, 0);
     EXPECT_EQ(list.GetCount(), static_cast<unsigned int>(count));
     std::string wanted;
@@ -408,7 +409,7 @@ TEST(SocketMsg, KeepsToItsRoomAndPrintsItsAddresses) {
     copy->Dump();
     message.Dump();
     CKTSocketMSG().Dump();
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+    EXPECT_EQ(KTTestPrinted(),
               "CKTSocketMSG: Local = [::1]:7 Remote = fe80::9:8\n"
               "CKTSocketMSG: Local = [::1]:7 Remote = 10.0.0.9:8\n"
               "CKTSocketMSG: Local =  Remote = \n");
@@ -453,8 +454,7 @@ TEST(SocketMcast, JoinsHearsAndLeavesAGroup) {
     EXPECT_EQ(member.Recv(got, 8, 50), 0);
     testing::internal::CaptureStdout();
     EXPECT_EQ(member.Close(), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout().find("IP_DROP_MEMBERSHIP Error.(error = "),
-              0u);
+    EXPECT_EQ(KTTestPrinted().find("IP_DROP_MEMBERSHIP Error.(error = "), 0u);
 }
 
 // ---- binding and sets ----
@@ -474,7 +474,7 @@ TEST(Socket, BindsBeforeOpeningOnly) {
     CKTSocketAddress foreign("192.0.2.254");  // a documentation address, never ours
     foreign.SetPort(5);
     EXPECT_EQ(CKTSocket::TCPOpen(&foreign), kNone);
-    const std::string printed = testing::internal::GetCapturedStdout();
+    const std::string printed = KTTestPrinted();
     EXPECT_EQ(printed.find("TCPOpen: bind failed( error = "), 0u) << printed;
     EXPECT_NE(printed.find(", addr = 192.0.2.254:5)\n"), std::string::npos) << printed;
 }

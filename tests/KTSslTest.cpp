@@ -12,6 +12,7 @@
 #include "KTBase/KTSocket.h"
 #include "KTBase/KTTime.h"
 #include "KTTestLoad.h"
+#include "KTTestPrint.h"
 
 namespace {
 
@@ -241,10 +242,10 @@ TEST_F(SslPeer, ShowsItsOwnCertificate) {
         {ca.c_str(), cert.c_str(), key.c_str(), true, true, ""},
         {nullptr, cert.c_str(), key.c_str(), true, false, ""},  // two of three: none is shown
         {ca.c_str(), none.c_str(), key.c_str(), false, false,
-         "SSL_CTX_load_verify_locations error"},
-        {ca.c_str(), cert.c_str(), none.c_str(), false, false, "ERROR: no private key found!"},
-        {ca.c_str(), cert.c_str(), locked.c_str(), false, false, "ERROR: no private key found!"},
-        {ca.c_str(), cert.c_str(), wrong.c_str(), false, false, "ERROR: no private key found!"},
+         "SSL_CTX_load_verify_locations error\n"},
+        {ca.c_str(), cert.c_str(), none.c_str(), false, false, "ERROR: no private key found!\n"},
+        {ca.c_str(), cert.c_str(), locked.c_str(), false, false, "ERROR: no private key found!\n"},
+        {ca.c_str(), cert.c_str(), wrong.c_str(), false, false, "ERROR: no private key found!\n"},
     };
     for (const auto& c : cases) {
         CKTSocketTCP own;
@@ -252,7 +253,7 @@ TEST_F(SslPeer, ShowsItsOwnCertificate) {
         own.SetCertsPathName(c.caFile, c.certFile, c.keyFile);
         testing::internal::CaptureStdout();
         EXPECT_EQ(own.Open("127.0.0.1", ports["mutual"]), c.opens ? 0 : -1) << c.keyFile;
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), c.printed) << c.keyFile;
+        EXPECT_EQ(KTTestPrinted(), c.printed) << c.keyFile;
         EXPECT_EQ(Answers(own), c.answers) << c.keyFile;
     }
 }

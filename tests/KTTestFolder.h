@@ -1,6 +1,6 @@
 // A folder for the files of one test, deleted with everything in it.
-#ifndef KTBASE_KTTESTFOLDER_H
-#define KTBASE_KTTESTFOLDER_H
+#ifndef KTBASE_TESTS_KTTESTFOLDER_H
+#define KTBASE_TESTS_KTTESTFOLDER_H
 
 #include <filesystem>
 #include <fstream>

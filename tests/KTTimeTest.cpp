@@ -1,12 +1,12 @@
 #include "KTBase/KTTime.h"
 
 #include <gtest/gtest.h>
+#include <sys/time.h>
 
 #include <chrono>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <string>
 #include <thread>
@@ -15,6 +15,8 @@
 #include "KTBase/KTString.h"
 #include "KTBase/KTSysTypes.h"
 #include "os/KTOsClock.h"
+
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -41,19 +43,16 @@ CKTTime At(const char* iso) {
 class ZoneTime : public testing::TestWithParam<const char*> {
 protected:
     void SetUp() override { SetZone(GetParam()); }
-    void TearDown() override { SetZone("UTC0"); }
-    bool InJapan() const { return std::strcmp(GetParam(), "JST-9") == 0; }
+    const bool m_inJapan = GetParam()[0] == 'J';
 };
 
-TEST(Time, BreaksAnySecondDownAsUtc) {
-    // Dates and weekdays as GNU date prints them; years modulo 64 from 2000 to 2063.
+TEST(Time, BreaksAnySecondDownAsUtcAndCutsItsTextToTheBuffer) {
+    // Dates as GNU date prints them; their years come back modulo 64, from 2000 to 2063.
     const struct {
         long long seconds;
         const char* text;
     } kCases[] = {
         {951782400, "2000/02/29 00:00:00.007"},      // 2000-02-29
-        {4107542399, "2036/02/28 23:59:59.007"},     // 2100-02-28
-        {-1, "2033/12/31 23:59:59.007"},             // 1969-12-31
         {-2203891201, "2028/02/28 23:59:59.007"},    // 1900-02-28
         {253402300799, "2063/12/31 23:59:59.007"},   // 9999-12-31
         {-377705116800, "2033/01/01 00:00:00.007"},  // -9999-01-01
@@ -64,8 +63,10 @@ TEST(Time, BreaksAnySecondDownAsUtc) {
         EXPECT_TRUE(t.SetTime(c.seconds));
         EXPECT_EQ(Text(t), c.text) << c.seconds;
     }
-    t.SetTime(LLONG_MIN);
-    t.SetTime(LLONG_MAX);
+    char text[] = "##########";
+    EXPECT_EQ(t.ToString(text, 8), 0);
+    EXPECT_EQ(std::string(text, sizeof(text)), std::string("2033/01\0##\0", 11));
+    EXPECT_TRUE(t.SetTime(LLONG_MIN) && t.SetTime(LLONG_MAX));  // sums must not overflow
 }
 
 TEST(Time, PacksFieldsAndCountsSecondsWithOverfullOnesCarriedOver) {
@@ -89,23 +90,18 @@ TEST(Time, RefusesDatesOutOfRangeAndClampsTimesOfDay) {
     EXPECT_EQ(Text(t), "2063/12/31 23:59:59.535");
 }
 
-TEST(Time, TakesMillisecondsOfTheArgumentOnlyWhereItSaysSo) {
-    ZHTIME word = 0x566AA2DE;
-    EXPECT_EQ(CKTTime(&word, 1500).GetMS(), 500u);
-    CKTTime t(true);
-    EXPECT_TRUE(t.SetTime(static_cast<const ZHTIME*>(nullptr), 1234));
-    EXPECT_EQ(t.GetMS(), 234u);
-    // The constructor takes the clock's: of several calls some must differ from the argument.
-    int fromClock = 0;
-    for (int i = 0; i < 9; ++i, KTSleepMS(2))
-        fromClock += CKTTime(static_cast<ZHTIME*>(nullptr), 1234).GetMS() != 234;
-    EXPECT_GT(fromClock, 5);
-}
-
-TEST(Time, SetTicksKeepsTheHighHalf) {
+TEST(Time, TakesMillisecondsAndLowTicksFromTheArgument) {
     CKTTime t = At("20210921T101010.500Z");
     EXPECT_TRUE(t.SetTicks(5));  // 380 * 2^32 + 5 = 1632087572485
     EXPECT_EQ(Text(t), "2021/09/19 21:39:32.485");
+    ZHTIME word = 0x566AA2DE;
+    EXPECT_EQ(CKTTime(&word, 1500).GetMS(), 500u);
+    EXPECT_TRUE(t.SetTime(static_cast<const ZHTIME*>(nullptr), 1234));
+    EXPECT_EQ(t.GetMS(), 234u);
+    // The constructor takes the clock's, which cannot be 234 each time.
+    const CKTTime first(static_cast<ZHTIME*>(nullptr), 1234);
+    KTSleepMS(5);
+    EXPECT_NE(CKTTime(static_cast<ZHTIME*>(nullptr), 1234).GetMS(), first.GetMS());
 }
 
 TEST(Time, ComparesDownToTheLevel) {
@@ -114,40 +110,31 @@ TEST(Time, ComparesDownToTheLevel) {
         const char* iso;
         int firstLevelThatDiffers;
     } kCases[] = {
-        {"20200921T101010.500Z", 0}, {"20210821T101010.500Z", 1}, {"20210920T101010.500Z", 2},
-        {"20210921T091010.500Z", 3}, {"20210921T100910.500Z", 4}, {"20210921T101009.500Z", 5},
+        {"20200921T101010.500Z", -1}, {"20210821T101010.500Z", 1}, {"20210920T101010.500Z", 2},
+        {"20210921T091010.500Z", 3},  {"20210921T100910.500Z", 4}, {"20210921T101009.500Z", 5},
     };
-    for (const auto& c : kCases) {
-        const CKTTime smaller = At(c.iso);
+    for (const auto& c : kCases)
         for (int level = -1; level <= 8; ++level) {
-            const int order = level >= c.firstLevelThatDiffers || c.firstLevelThatDiffers == 0;
-            EXPECT_EQ(base.Compare(smaller, level), order) << c.iso << " level " << level;
-            EXPECT_EQ(smaller.Compare(base, level), -order) << c.iso << " level " << level;
+            const int order = level >= c.firstLevelThatDiffers;
+            EXPECT_EQ(base.Compare(At(c.iso), level), order) << c.iso << " level " << level;
+            EXPECT_EQ(At(c.iso).Compare(base, level), -order) << c.iso << " level " << level;
         }
-    }
     const CKTTime later = At("20210921T101010.501Z");
-    for (int level : {0, 5, 7})
-        EXPECT_EQ(base.Compare(later, level), 0);
+    EXPECT_EQ(base.Compare(later, 5) + base.Compare(later, 7), 0);
     EXPECT_EQ(base.Compare(later, 6), -1);
     EXPECT_TRUE(base == later && base <= later && base >= later && !(base < later));
     EXPECT_TRUE(At("20591231T235959Z") > At("20000101T000000Z"));  // the word as unsigned
 }
 
 TEST(Time, ComparesBirthsAsTextsAndReportsNulls) {
-    const ZHTIME word = 1;
-    const tag_BIRTHTIME may = {1980, 5, 3}, june = {1980, 6, 1}, far = {10000, 1, 1};
-    EXPECT_EQ(CKTTime::CompareBirth(&june, &may), 1);
-    EXPECT_EQ(CKTTime::CompareBirth(&may, &may), 0);
-    EXPECT_EQ(CKTTime::CompareBirth(&far, &may), -1);  // as texts: "100000101" and "19800503"
+    const tag_BIRTHTIME may = {1980, 5, 3}, future = {10000, 1, 1};
+    EXPECT_EQ(CKTTime::CompareBirth(&future, &may), -1);  // as texts: "100000101" and "19800503"
     testing::internal::CaptureStdout();
-    EXPECT_EQ(CKTTime::Compare(&word, nullptr, 5), 1);
-    EXPECT_EQ(CKTTime::Compare(nullptr, nullptr, 5), 0);
+    EXPECT_EQ(CKTTime(true).Compare(static_cast<ZHTIME*>(nullptr), 5), 0);
     EXPECT_EQ(CKTTime::CompareBirth(nullptr, &may), -1);
     const std::string out = testing::internal::GetCapturedStdout();
-    const char* kWord = "src/core/KTBase/KTTime====>(Func = CKTTime::Compare, line = 806)\n";
-    const char* kBirth = "src/core/KTBase/KTTime====>(Func = CKTTime::CompareBirth, line = 895)\n";
-    EXPECT_NE(out.find(kWord), out.rfind(kWord));
-    EXPECT_NE(out.find(kBirth), std::string::npos);
+    EXPECT_NE(out.find("/KTTime====>(Func = CKTTime::Compare, line = 806)\n"), out.npos);
+    EXPECT_NE(out.find("/KTTime====>(Func = CKTTime::CompareBirth, line = 895)\n"), out.npos);
 }
 
 TEST_P(ZoneTime, ShiftsWithinTheDayAndAcrossIt) {
@@ -157,100 +144,68 @@ TEST_P(ZoneTime, ShiftsWithinTheDayAndAcrossIt) {
         const char* utc;
         const char* japan;  // a day crossed comes back as local time, nine hours on
     } kCases[] = {
-        {"20210921T100000.500Z", 1000, "2021/09/21 10:00:01.500", "2021/09/21 10:00:01.500"},
-        {"20210921T100000.500Z", -501, "2021/09/21 09:59:59.999", "2021/09/21 09:59:59.999"},
         {"20210921T000001.500Z", -1500, "2021/09/21 00:00:00.000", "2021/09/21 00:00:00.000"},
         {"20210921T235959.499Z", 500, "2021/09/21 23:59:59.999", "2021/09/21 23:59:59.999"},
-        {"20210921T235959.500Z", 1700, "2021/09/22 00:00:01.000", "2021/09/22 09:00:01.000"},
+        {"20210921T235959.500Z", 500, "2021/09/22 00:00:00.000", "2021/09/22 09:00:00.000"},
         {"20210301T000000.200Z", -201, "2021/02/28 23:59:59.000", "2021/03/01 08:59:59.000"},
         {"20210101T000000Z", 4294967295, "2021/02/19 17:02:47.000", "2021/02/20 02:02:47.000"},
-        {"20210101T000000Z", -4294967295, "2020/11/12 06:57:12.000", "2020/11/12 15:57:12.000"},
     };
     for (const auto& c : kCases) {
         CKTTime t = At(c.from);
         c.ms < 0 ? t.Sub(static_cast<unsigned int>(-c.ms)) : t.Add(static_cast<unsigned int>(c.ms));
-        EXPECT_EQ(Text(t), InJapan() ? c.japan : c.utc) << c.from << " by " << c.ms;
+        EXPECT_EQ(Text(t), m_inJapan ? c.japan : c.utc) << c.from << " by " << c.ms;
     }
 }
 
-TEST_P(ZoneTime, ShowsUtcFieldsAsLocalTime) {
-    CKTString out;
-    EXPECT_EQ(At("20210921T200000.007Z").ToString(&out, true), 19);
-    EXPECT_STREQ(out.GetBuffer(), "2021/09/21 20:00:00");
-    out.Empty(false);
-    EXPECT_EQ(At("20210921T200000.007Z").ToString(&out, false), 19);
-    EXPECT_STREQ(out.GetBuffer(), InJapan() ? "2021/09/22 05:00:00" : "2021/09/21 20:00:00");
-}
-
-TEST_P(ZoneTime, FillsNowInUtcOrLocalTime) {
-    const long long offset = InJapan() ? 9 * 3600 : 0;
-    CKTTime utc(true), local(true);
-    utc.FillCurrentTime(true);
-    local.FillCurrentTime(false);
-    EXPECT_NEAR(static_cast<double>(local - utc - offset), 0.5, 0.5);
-    tm broken;
-    CKTTime::GetDateTime(broken, false);
-    EXPECT_NEAR(static_cast<double>(CKTTime(&broken) - local), 0.5, 0.5);
-    CKTTime::GetDateTime(broken, true);
-    EXPECT_NEAR(static_cast<double>(CKTTime(&broken) - utc), 0.5, 0.5);
-    EXPECT_EQ(CKTTime(&broken).GetWeekDay(), broken.tm_wday);
+TEST_P(ZoneTime, ShowsUtcAsLocalTime) {
+    CKTString text;
+    EXPECT_EQ(At("20210921T200000.007Z").ToString(&text, false), 19);
+    EXPECT_EQ(At("20210921T200000.007Z").ToString(&text, true), 19);
+    EXPECT_STREQ(text.GetBuffer(), m_inJapan ? "2021/09/22 05:00:002021/09/21 20:00:00"
+                                             : "2021/09/21 20:00:002021/09/21 20:00:00");
+    tm utc, local;
+    CKTTime::GetDateTime(utc, true);
+    CKTTime::GetDateTime(local, false);
+    EXPECT_NEAR(CKTTime(&local) - CKTTime(&utc), m_inJapan ? 32400 : 0, 1);
+    EXPECT_EQ(CKTTime(&utc).GetWeekDay(), utc.tm_wday);
 }
 
 INSTANTIATE_TEST_SUITE_P(Zones, ZoneTime, testing::Values("UTC0", "JST-9"));
 
 TEST(Time, TurnsLocalTimeIntoSecondsWithoutDaylightSaving) {
-    SetZone("JST-9");
-    EXPECT_EQ(KTOsLocalToEpoch(2021, 9, 21, 12, 0, 0), 1632193200);  // 03:00 UTC
     SetZone("CET-1CEST");
     EXPECT_EQ(KTOsLocalToEpoch(2021, 7, 1, 12, 0, 0), 1625137200);  // 11:00 UTC
-    SetZone("UTC0");
 }
 
 TEST(Time, ShiftsBySecondsInThirtyTwoBitsAndTellsTheDifference) {
     CKTTime t = At("20210921T100000Z");
     t += 4294968;  // times 1000 is 2^32 + 704
     EXPECT_EQ(Text(t), "2021/09/21 10:00:00.704");
-    t += INT_MIN;  // times 1000 is a multiple of 2^32
-    t -= 4294968u;
-    t -= -2;
-    t += -5;
+    (t += INT_MIN) -= 4294968u;  // INT_MIN times 1000 is a multiple of 2^32
+    (t -= -2) += -5;
     EXPECT_EQ(Text(t), "2021/09/21 09:59:57.000");
     CKTTime earlier = At("20210920T235959.900Z");
-    EXPECT_EQ(t - earlier, 35998);
     EXPECT_EQ(CKTTime::GetTimeSpan(&earlier, &t), -35997100);
-}
-
-TEST(Time, CutsItsTextWithinTheBuffer) {
-    const CKTTime t = At("20210921T101112.005Z");
-    char text[32];
-    std::memset(text, '#', sizeof(text));
-    EXPECT_EQ(t.ToString(text, 8), 0);
-    EXPECT_STREQ(text, "2021/09");
-    EXPECT_EQ(text[8], '#');
 }
 
 TEST(Time, ReadsAndWritesIso8601) {
     // What sscanf makes of widths, blanks and signs is part of the format.
     const struct {
         const char* text;
-        int result;
-        const char* back;
+        const char* back;  // null when refused
     } kCases[] = {
-        {"20210921T101000Z", 0, "20210921T101000Z"},
-        {"20210921T101000.5", 0, "20210921T101000.005Z"},
-        {"20210921T101000 and more", 0, "20210921T101000Z"},
-        {"20210921T101000.xZ", 0, "20210921T101000Z"},
-        {" 2021 9 1T 1 2+3", 0, "20210901T010203Z"},
-        {"21991332T256199Z", 0, "20071300T256135Z"},  // masked: 199, 13, 32, 25, 61, 99
-        {"20210921T101000.-1Z", 0, "20210921T101000.-01Z"},
-        {"20210921 101000Z", -4, nullptr},
-        {"2021-09-21T10:10:00Z", -4, nullptr},
-        {nullptr, -4, nullptr},
+        {"20210921T101000.5", "20210921T101000.005Z"},
+        {"20210921T101000.xZ", "20210921T101000Z"},
+        {" 2021 9 1T 1 2+3", "20210901T010203Z"},
+        {"21991332T256199Z", "20071300T256135Z"},  // masked: 199, 13, 32, 25, 61, 99
+        {"20210921T101000.-1Z", "20210921T101000.-01Z"},
+        {"20210921 101000Z", nullptr},
+        {nullptr, nullptr},
     };
     for (const auto& c : kCases) {
         CKTTime t = At("20300102T030405.678Z");
         CKTString out("t=");
-        EXPECT_EQ(t.ParseISO8601(c.text), c.result) << c.text;
+        EXPECT_EQ(t.ParseISO8601(c.text), c.back != nullptr ? 0 : -4) << c.text;
         EXPECT_EQ(t.BuildISO8601(&out), 0);
         EXPECT_EQ(out.GetBuffer(), std::string("t=") + (c.back ? c.back : "20300102T030405.678Z"));
     }
@@ -266,7 +221,6 @@ TEST(Time, KnowsDaysOfYearAndWeek) {
         {2000, 3, 1, 60, 3},    {2024, 3, 1, 61, 5},   {2023, 3, 1, 60, 3},  {2100, 12, 31, 365, 5},
         {2024, 12, 31, 366, 2}, {2024, 1, 1, 1, 1},    {2024, 2, 29, 60, 4}, {2021, 9, 19, 262, 0},
         {2021, 9, 18, 261, 6},  {2023, 13, 1, -1, -1}, {2023, 0, 1, -1, -1}, {2023, 1, 0, -1, -1},
-        {2023, 1, 32, -1, -1},
     };
     for (const auto& c : kCases) {
         EXPECT_EQ(CKTTime::GetYearDay(c.year, c.month, c.day), c.yearDay) << c.year << c.month;
@@ -278,10 +232,8 @@ TEST(Timeout, FiresOncePerPeriodWhenUpdated) {
     CKTTimeout timeout(100);
     timeout.Update(1000);
     EXPECT_FALSE(timeout.Check(1099, true));
-    EXPECT_TRUE(timeout.Check(1150, false));
-    EXPECT_TRUE(timeout.Check(1150, true));
-    EXPECT_FALSE(timeout.Check(1150, true));
-    EXPECT_TRUE(timeout.Check(0, true));  // the clock is past 1350 ms by far
+    EXPECT_TRUE(timeout.Check(1100, true));
+    EXPECT_TRUE(timeout.Check(0, true));  // the clock is past 1250 ms by far
     EXPECT_FALSE(timeout.Check(0, true));
     timeout.Setup(0);
     EXPECT_FALSE(timeout.Check(~0ull, true));
@@ -294,22 +246,23 @@ TEST(Clock, SleepsTheFullTimeInEveryThread) {
             const auto outer = std::chrono::steady_clock::now();
             const unsigned long long from = CKTTime::GetTimeUS();
             EXPECT_EQ(KTSleepMS(30), -2);
-            const unsigned long long slept = CKTTime::GetTimeUS() - from;
-            const std::chrono::duration<double, std::micro> passed =
-                std::chrono::steady_clock::now() - outer;
-            EXPECT_GE(slept, 29000u);
-            EXPECT_LE(static_cast<double>(slept), passed.count() + 1);
+            const double slept = static_cast<double>(CKTTime::GetTimeUS() - from);
+            const auto passed = std::chrono::steady_clock::now() - outer;
+            EXPECT_TRUE(slept >= 29000 && slept <= passed / 1.0us + 1) << slept;
         });
     for (std::thread& thread : threads)
         thread.join();
 }
 
 TEST(Clock, TellsTheWallClockOfTheSystem) {
+    SetZone("");  // the system's own: Windows tells local time by that, whatever TZ says
     timeval tv = {};
-    const long long before = std::time(nullptr);
     EXPECT_EQ(KTGetTimeOfDay(&tv, nullptr), 0);
-    EXPECT_NEAR(static_cast<double>(tv.tv_sec - before), 0.5, 0.5);
+    EXPECT_NEAR(tv.tv_sec - std::time(nullptr), 0, 1);
     EXPECT_EQ(KTGetTimeOfDay(nullptr, nullptr), -1);
+#if defined(KTBASE_HAS_GETTIMEOFDAY)
+    EXPECT_EQ(gettimeofday(nullptr, nullptr), -1);  // the C library's own would answer 0
+#endif
 }
 
 }  // namespace

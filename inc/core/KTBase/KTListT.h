@@ -130,7 +130,7 @@ private:
             nodes[i].next = m_free;
             m_free = &nodes[i];
         }
-        return true;
+        return m_free != nullptr;
     }
 
     LISTNode* m_head = nullptr;

@@ -49,7 +49,8 @@ public:
     /// Connects the pair; during an emission it is called there too if its place is still to come.
     /// Returns 0, also when the pair is connected already; -4 when either is null; -6 without
     /// memory; -8 at the limit with no place free. After -8 the signal stays locked for the calling
-    /// thread: that thread can go on using it, others wait for ever.
+    /// thread: it can go on using it, while every other thread, one that is emitting included,
+    /// waits until it has ended.
     int Attach(CKTObject* object, KTSignalHandler handler);
     /// Connects the callback, which stays the caller's. Codes as above.
     int Attach(IKTCallback* callback);

@@ -1,13 +1,12 @@
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 
-#include <algorithm>
 #include <climits>
-#include <cstdint>
 #include <cstring>
 
 #include "KTBase/KTDigest.h"
 #include "KTBase/KTString.h"
+#include "KTOwnBuffer.h"
 
 namespace {
 
@@ -60,11 +59,6 @@ bool Transform(unsigned char* dst, const unsigned char* data, unsigned int len,
     return done;
 }
 
-bool LiesIn(const CKTString& text, const void* data) {
-    const std::uintptr_t begin = reinterpret_cast<std::uintptr_t>(text.GetBuffer());
-    return reinterpret_cast<std::uintptr_t>(data) - begin < text.Size();
-}
-
 int Append(CKTString& out, const unsigned char* data, unsigned int len, const unsigned char* key,
            unsigned int keyBits, const unsigned char* iv, Direction direction) {
     if (data == nullptr || key == nullptr || len == 0 || len > INT_MAX - kBlockBytes)
@@ -75,7 +69,7 @@ int Append(CKTString& out, const unsigned char* data, unsigned int len, const un
     // Growing moves what lies in out's own buffer.
     if (cipher != nullptr)
         std::memcpy(keyCopy, key, keyBits / 8);
-    const bool own = LiesIn(out, data);
+    const bool own = KTLiesIn(out, data);
     const std::size_t offset = own ? data - reinterpret_cast<unsigned char*>(out.GetBuffer()) : 0;
     bool done = true;
     // Callers go by the count alone: a string that cannot grow gets nothing and still counts.

@@ -1,7 +1,10 @@
 #include "KTLibrary.h"
 
 #include <atomic>
+#include <new>
 
+#include "KTBase/KTThread.h"
+#include "KTBase/KTTimer.h"
 #include "os/KTOsNet.h"
 #include "os/KTOsSystem.h"
 
@@ -22,6 +25,12 @@ KTLibrary& Open() {
 }  // namespace
 
 KTOsFastLock g_referenceLock;
+KTOsFastLock g_packetPoolLock;
+KTOsFastLock g_packetReferenceLock;
+
+// Names of locks above, bound before any code runs; the library itself goes through KTLibraryGet.
+CKTMutex& CKTThread::s_THDMutex = reinterpret_cast<KTLibrary&>(g_storage).threads;
+CKTMutex& IKTTimer::s_timermutex = reinterpret_cast<KTLibrary&>(g_storage).timers;
 
 KTLibrary& KTLibraryGet() {
     KTLibrary* library = g_library.load(std::memory_order_acquire);

@@ -10,6 +10,8 @@ struct KTLibrary {
     CKTMutex state;        // every IKTState and IKTStateRef
     CKTMutex debug;        // the debug object, its files and streams
     CKTMutex threads;      // the thread table
+    CKTMutex timers;       // who the timer manager is; nothing is waited for under it
+    CKTMutex async;        // who the manager of asynchronous jobs is; likewise
     CKTEvent sleep{true};  // never set: what KTSleepMS waits on
 };
 
@@ -23,6 +25,12 @@ void KTLibraryClose();
 
 /// Guards every reference count. Innermost: nothing else is locked while it is held.
 extern KTOsFastLock g_referenceLock;
+
+/// The locks of packets, fast ones too: three of them are taken for every frame. Neither is held
+/// together with the other. The first guards the packet pool and every buffer that comes and goes,
+/// the second the packets' reference counts.
+extern KTOsFastLock g_packetPoolLock;
+extern KTOsFastLock g_packetReferenceLock;
 
 /// Frees what the accounting tables allocated for themselves; blocks still listed are forgotten.
 void KTAccountingClose();

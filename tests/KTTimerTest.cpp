@@ -1,0 +1,233 @@
+#include <KTBase/KTThread.h>
+#include <KTBase/KTTime.h>
+#include <KTBase/KTTimer.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "KTTestLoad.h"
+
+namespace {
+
+constexpr unsigned int kLongMs = 20000;
+
+class Owner : public CKTObject {
+public:
+    int OnTimer(CKTObject* sender, unsigned int cmd, void* p0, void* p1) {
+        EXPECT_EQ(cmd, 0u);
+        EXPECT_TRUE(p0 == nullptr && p1 == nullptr);
+        EXPECT_EQ(++inside, 1);
+        ++fired;
+        if (callback)
+            callback(static_cast<IKTTimer*>(sender));
+        --inside;
+        once.Set();
+        return 0;
+    }
+    std::function<void(IKTTimer*)> callback;
+    std::atomic<int> fired{0};
+    std::atomic<int> inside{0};
+    CKTEvent once{true};
+};
+
+const KTSignalHandler kOnTimer = static_cast<KTSignalHandler>(&Owner::OnTimer);
+
+struct Released {
+    void operator()(IKTTimer* timer) const {
+        timer->Stop();
+        timer->Release();
+    }
+};
+typedef std::unique_ptr<IKTTimer, Released> TimerPtr;
+
+class Timers : public testing::Test {
+protected:
+    Timers() { EXPECT_EQ(IKTTimer::KTTimerInitialize(), 0); }
+    ~Timers() override { EXPECT_EQ(IKTTimer::KTTimerInvalidate(), 0); }
+};
+
+}  // namespace
+
+TEST(TimersWithoutManager, CannotBeHadAndDoNotStart) {
+    EXPECT_EQ(IKTTimer::AcquireTimer(), nullptr);
+    EXPECT_EQ(IKTTimer::KTTimerInvalidate(), 0);
+    Owner owner;
+    IKTTimer::KTTimerInitialize();
+    IKTTimer::KTTimerInitialize();
+    IKTTimer* timer = IKTTimer::AcquireTimer();
+    EXPECT_EQ(IKTTimer::KTTimerInvalidate(), 0);
+    EXPECT_EQ(timer->Start(&owner, kOnTimer, 5, 1, true), 0);
+    EXPECT_EQ(owner.once.Wait(kLongMs), 0);
+    EXPECT_EQ(IKTTimer::KTTimerInvalidate(), 0);  // still started: the manager lets go of it
+    EXPECT_EQ(timer->Start(&owner, kOnTimer, 5, 0, true), -7);
+    EXPECT_EQ(timer->Stop(), 0);
+    EXPECT_EQ(timer->Release(), 0);
+}
+
+TEST_F(Timers, FireAtTheNextBeatAsOftenAsAllowedAndNeverAgain) {
+    Owner owner;
+    TimerPtr timer(IKTTimer::AcquireTimer());
+    EXPECT_EQ(timer->Start(nullptr, kOnTimer, 5, 3, true), -4);
+    EXPECT_EQ(timer->Start(&owner, nullptr, 5, 3, true), -4);
+    EXPECT_EQ(timer->Start(&owner, kOnTimer, 5, 3, true), 0);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(owner.once.Wait(kLongMs), 0);
+    EXPECT_EQ(owner.once.Wait(60), -2);
+    EXPECT_EQ(timer->Start(&owner, kOnTimer, 5, 3, true), -7);  // armed until it is stopped
+    EXPECT_EQ(timer->Stop(), 0);
+    EXPECT_EQ(timer->Start(&owner, kOnTimer, 5, 1, false), 0);
+    EXPECT_EQ(owner.once.Wait(kLongMs), 0);
+    EXPECT_EQ(owner.fired, 4);
+}
+
+TEST_F(Timers, WaitTheirIntervalBeforeTheFirstFiring) {
+    Owner owner;
+    TimerPtr timer(IKTTimer::AcquireTimer());
+    const unsigned long long start = CKTTime::GetTimeMS();
+    timer->Start(&owner, kOnTimer, 40, 0, false);
+    EXPECT_EQ(owner.once.Wait(kLongMs), 0);
+    EXPECT_GE(CKTTime::GetTimeMS() - start, 40u);
+    timer->Stop();
+    const int fired = owner.fired;
+    timer->Start(&owner, kOnTimer, 0, 0, false);  // a second
+    EXPECT_EQ(owner.once.Wait(100), fired > 1 ? 0 : -2);
+}
+
+TEST_F(Timers, SixteenCallbacksRunAtOnceTheSeventeenthWhenOneIsDone) {
+    CKTEvent go;
+    std::atomic<int> running{0};
+    CKTEvent entered{true};
+    std::vector<std::unique_ptr<Owner>> owners;
+    std::vector<TimerPtr> timers;
+    for (int i = 0; i < 17; ++i) {
+        owners.emplace_back(new Owner);
+        owners.back()->callback = [&](IKTTimer*) {
+            ++running;
+            entered.Set();
+            go.Wait(kLongMs);
+        };
+        timers.emplace_back(IKTTimer::AcquireTimer());
+        EXPECT_EQ(timers.back()->Start(owners.back().get(), kOnTimer, 5, 1, true), 0);
+    }
+    while (running < 16)
+        ASSERT_EQ(entered.Wait(kLongMs), 0);
+    entered.Wait(60);  // the last one's signal
+    EXPECT_EQ(entered.Wait(60), -2);
+    EXPECT_EQ(running, 16);
+    go.Set();
+    while (running < 17)
+        ASSERT_EQ(entered.Wait(kLongMs), 0);
+    for (auto& owner : owners)
+        EXPECT_EQ(owner->once.Wait(kLongMs), 0);
+}
+
+TEST_F(Timers, StopWaitsForTheCallbackAndNothingComesAfterIt) {
+    CKTEvent entered, go;
+    Owner owner;
+    owner.callback = [&](IKTTimer*) {
+        entered.Set();
+        go.Wait(kLongMs);
+    };
+    TimerPtr timer(IKTTimer::AcquireTimer());
+    timer->Start(&owner, kOnTimer, 1, 0, true);
+    ASSERT_EQ(entered.Wait(kLongMs), 0);
+    CKTEvent stopped;
+    std::thread stopper([&] {
+        EXPECT_EQ(timer->Stop(), 0);
+        EXPECT_EQ(owner.inside, 0);
+        stopped.Set();
+    });
+    EXPECT_EQ(stopped.Wait(30), -2);
+    go.Set();
+    stopper.join();
+    const int fired = owner.fired;
+    EXPECT_EQ(owner.once.Wait(0), 0);
+    EXPECT_EQ(owner.once.Wait(60), -2);
+    EXPECT_EQ(owner.fired, fired);
+}
+
+TEST_F(Timers, MayBeStoppedAndRestartedInTheirOwnCallback) {
+    Owner stopping;
+    stopping.callback = [](IKTTimer* timer) { EXPECT_EQ(timer->Stop(), 0); };
+    TimerPtr timer(IKTTimer::AcquireTimer());
+    timer->Start(&stopping, kOnTimer, 1, 0, true);
+    EXPECT_EQ(stopping.once.Wait(kLongMs), 0);
+    EXPECT_EQ(stopping.once.Wait(60), -2);
+    EXPECT_EQ(stopping.fired, 1);
+
+    Owner restarting;
+    restarting.callback = [&](IKTTimer* self) {
+        EXPECT_EQ(self->Stop(), 0);
+        if (restarting.fired < 5) {
+            EXPECT_EQ(self->Start(&restarting, kOnTimer, 1, 1, true), 0);
+        }
+    };
+    timer->Start(&restarting, kOnTimer, 1, 1, true);
+    while (restarting.fired < 5)
+        ASSERT_EQ(restarting.once.Wait(kLongMs), 0);
+    restarting.once.Wait(60);  // the last one's signal
+    EXPECT_EQ(restarting.once.Wait(60), -2);
+    EXPECT_EQ(restarting.fired, 5);
+}
+
+TEST_F(Timers, SurviveStartsAndStopsFromCallbacksAndOutside) {
+    const unsigned int count = KTTestLoad(1000);
+    std::vector<std::unique_ptr<Owner>> owners;
+    std::vector<TimerPtr> timers;
+    std::atomic<unsigned int> fired{0};
+    for (unsigned int i = 0; i < count; ++i) {
+        owners.emplace_back(new Owner);
+        timers.emplace_back(IKTTimer::AcquireTimer());
+        owners[i]->callback = [&fired, i](IKTTimer* self) {
+            ++fired;
+            if (i % 5 == 0)
+                self->Stop();
+        };
+        EXPECT_EQ(timers[i]->Start(owners[i].get(), kOnTimer, 1 + i % 20, i % 3, i % 2 == 0), 0);
+    }
+    std::mt19937 random(7);
+    const unsigned int rounds = KTTestLoad(5000);
+    for (unsigned int i = 0; i < rounds; ++i) {
+        const unsigned int at = random() % count;
+        timers[at]->Stop();
+        EXPECT_EQ(owners[at]->inside, 0);
+        EXPECT_EQ(timers[at]->Start(owners[at].get(), kOnTimer, 1 + random() % 20, 0, true), 0);
+    }
+    while (fired < count)
+        std::this_thread::yield();
+}
+
+TEST(TimersRacing, InitialiseAndInvalidateWhileTimersStartAndStop) {
+    const unsigned int rounds = KTTestLoad(300);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t) {
+        threads.emplace_back([&] {
+            Owner owner;
+            for (unsigned int i = 0; i < rounds; ++i) {
+                EXPECT_EQ(IKTTimer::KTTimerInitialize(), 0);
+                IKTTimer* timer = IKTTimer::AcquireTimer();
+                ASSERT_NE(timer, nullptr);
+                EXPECT_EQ(timer->Start(&owner, kOnTimer, 1, 0, true), 0);
+                if (i % 2 == 0) {
+                    EXPECT_EQ(owner.once.Wait(kLongMs), 0);
+                }
+                if (i % 3 == 0) {
+                    EXPECT_EQ(IKTTimer::KTTimerInvalidate(), 0);
+                }
+                EXPECT_EQ(timer->Stop(), 0);
+                if (i % 3 != 0) {
+                    EXPECT_EQ(IKTTimer::KTTimerInvalidate(), 0);
+                }
+                timer->Release();
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(IKTTimer::AcquireTimer(), nullptr);
+}
