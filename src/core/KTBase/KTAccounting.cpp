@@ -51,20 +51,33 @@ KTAccounting::Leaf* KTAccounting::Make(std::uintptr_t address) {
         branch = static_cast<Branch*>(child);
     }
     void*& leaf = branch->child[Digit(address, kBottom)];
-    leaf = m_spare != nullptr ? m_spare : KTHeapCalloc(1, sizeof(Leaf));
-    m_spare = nullptr;
+    leaf = TakeLeaf();
     return static_cast<Leaf*>(leaf);
+}
+
+KTAccounting::Leaf* KTAccounting::TakeLeaf() {
+    if (m_freeLeaves == nullptr) {
+        Slab* slab = static_cast<Slab*>(KTHeapCalloc(1, sizeof(Slab)));
+        if (slab == nullptr)
+            return nullptr;
+        slab->next = m_slabs;
+        m_slabs = slab;
+        for (unsigned int i = kSlabLeaves; i-- > 0;) {
+            slab->leaf[i].nextFree = m_freeLeaves;
+            m_freeLeaves = &slab->leaf[i];
+        }
+    }
+    Leaf* leaf = m_freeLeaves;
+    m_freeLeaves = leaf->nextFree;
+    return leaf;
 }
 
 void KTAccounting::DropLeaf(std::uintptr_t address) {
     Branch* middle = static_cast<Branch*>(m_root.child[Digit(address, kTop)]);
     Branch* bottom = static_cast<Branch*>(middle->child[Digit(address, kMiddle)]);
     void*& leaf = bottom->child[Digit(address, kBottom)];
-    // An empty leaf is all zeroes again, ready for another page.
-    if (m_spare == nullptr)
-        m_spare = static_cast<Leaf*>(leaf);
-    else
-        KTHeapFree(leaf);
+    static_cast<Leaf*>(leaf)->nextFree = m_freeLeaves;
+    m_freeLeaves = static_cast<Leaf*>(leaf);
     leaf = nullptr;
     m_lastPage = 0;
     m_lastLeaf = nullptr;
@@ -136,17 +149,17 @@ void KTAccounting::Walk(bool (*visit)(void* context, const void* block, std::siz
 void KTAccounting::Clear() {
     for (void*& top : m_root.child) {
         Branch* middle = static_cast<Branch*>(top);
-        for (unsigned int mid = 0; middle != nullptr && mid < kFanout; ++mid) {
-            Branch* bottom = static_cast<Branch*>(middle->child[mid]);
-            for (unsigned int low = 0; bottom != nullptr && low < kFanout; ++low)
-                KTHeapFree(bottom->child[low]);
-            KTHeapFree(bottom);
-        }
+        for (unsigned int mid = 0; middle != nullptr && mid < kFanout; ++mid)
+            KTHeapFree(middle->child[mid]);
         KTHeapFree(middle);
         top = nullptr;
     }
-    KTHeapFree(m_spare);
-    m_spare = nullptr;
+    while (m_slabs != nullptr) {
+        Slab* slab = m_slabs;
+        m_slabs = slab->next;
+        KTHeapFree(slab);
+    }
+    m_freeLeaves = nullptr;
     m_lastPage = 0;
     m_lastLeaf = nullptr;
     m_count = 0;

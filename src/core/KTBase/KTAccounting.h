@@ -35,6 +35,14 @@ private:
     struct Leaf {
         std::size_t sizePlus1[kGranules];  // 0: no block begins here
         unsigned int count;
+        Leaf* nextFree;  // while in the free list
+    };
+    // Leaves come in slabs large enough for the heap to keep them apart: one by one they would lie
+    // between the very blocks they list and spread those over twice the pages.
+    static constexpr unsigned int kSlabLeaves = 64;
+    struct Slab {
+        Slab* next;
+        Leaf leaf[kSlabLeaves];
     };
     struct Branch {
         void* child[kFanout];
@@ -42,10 +50,12 @@ private:
 
     Leaf* Find(std::uintptr_t address) const;
     Leaf* Make(std::uintptr_t address);
+    Leaf* TakeLeaf();
     void DropLeaf(std::uintptr_t address);
 
     Branch m_root = {};       // by address bits 36 to 47; below it bits 24 to 35, then 12 to 23
-    Leaf* m_spare = nullptr;  // an empty leaf, so that a lone block coming and going allocates none
+    Slab* m_slabs = nullptr;  // all of them; they stay until Clear
+    Leaf* m_freeLeaves = nullptr;   // empty, all zeroes but for their link
     std::uintptr_t m_lastPage = 0;  // page of m_lastLeaf; no block lies in page 0
     Leaf* m_lastLeaf = nullptr;     // the leaf used last
     std::size_t m_count = 0;
