@@ -2,6 +2,7 @@
 #ifndef KTBASE_KTBASE_H
 #define KTBASE_KTBASE_H
 
+#include "KTBase/KTCodec.h"
 #include "KTBase/KTDebug.h"
 #include "KTBase/KTDefs.h"
 #include "KTBase/KTDigest.h"

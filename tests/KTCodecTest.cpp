@@ -1,0 +1,166 @@
+#include "KTBase/KTCodec.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "KTTestAudio.h"
+
+namespace {
+
+template <typename T>
+unsigned long long Checksum(const std::vector<T>& data) {
+    return KTTestChecksum(data.data(), data.size() * sizeof(T));
+}
+
+/// Runs call over all of in, chunk items at a time, and returns what it wrote, at most 4 for 1.
+template <typename Out, typename In, typename Call>
+std::vector<Out> InChunks(const std::vector<In>& in, std::size_t chunk, Call call) {
+    std::vector<Out> out(in.size() * 4);
+    std::size_t size = 0;
+    for (std::size_t at = 0; at < in.size(); at += chunk)
+        size += static_cast<std::size_t>(
+            call(&out[size], &in[at], static_cast<int>(std::min(chunk, in.size() - at))));
+    out.resize(size);
+    return out;
+}
+
+std::vector<unsigned char> Encoded(int rate, const std::vector<short>& in, std::size_t chunk) {
+    tag_KTG726STATE state;
+    EXPECT_EQ(InitializeG726(&state, rate), 0);
+    return InChunks<unsigned char>(in, chunk, [&](unsigned char* out, const short* from, int n) {
+        return EncodeG726(&state, out, from, n);
+    });
+}
+
+std::vector<short> Decoded(int rate, const std::vector<unsigned char>& in, std::size_t chunk) {
+    tag_KTG726STATE state;
+    EXPECT_EQ(InitializeG726(&state, rate), 0);
+    return InChunks<short>(in, chunk, [&](short* out, const unsigned char* from, int n) {
+        return DecodeG726(&state, out, from, n);
+    });
+}
+
+}  // namespace
+
+// The checksums are those of spandsp 0.0.6; spandsp/make.sh computes them.
+
+TEST(G711, AgreesWithSpandspOnEveryInput) {
+    std::vector<unsigned char> codes(256), aToU(256), uToA(256), toU(65536), toA(65536);
+    std::vector<short> samples(65536), fromU(256), fromA(256);
+    for (int i = 0; i < 256; ++i)
+        codes[static_cast<std::size_t>(i)] = static_cast<unsigned char>(i);
+    for (int i = 0; i < 65536; ++i)
+        samples[static_cast<std::size_t>(i)] = static_cast<short>(i - 32768);
+    EXPECT_EQ(DecodeAudioPCMU(codes.data(), 256, fromU.data()), 256);
+    EXPECT_EQ(DecodeAudioPCMA(codes.data(), 256, fromA.data()), 256);
+    EXPECT_EQ(EncodeAudioPCMU(samples.data(), 65536, toU.data()), 65536);
+    EXPECT_EQ(EncodeAudioPCMA(samples.data(), 65536, toA.data()), 65536);
+    EXPECT_EQ(ConvertPCMA2PCMU(codes.data(), 256, aToU.data()), 256);
+    EXPECT_EQ(ConvertPCMU2PCMA(codes.data(), 256, uToA.data()), 256);
+    EXPECT_EQ(Checksum(fromU), 0xB91E65D68481A1A8);
+    EXPECT_EQ(Checksum(fromA), 0x693A40CA62A3D2A5);
+    EXPECT_EQ(Checksum(toU), 0x94D7525214C75EB2);
+    EXPECT_EQ(Checksum(toA), 0xF030666EB780CF25);
+    EXPECT_EQ(Checksum(aToU), 0x61EE8248462E0701);
+    EXPECT_EQ(Checksum(uToA), 0x16C103B7AFB52AB5);
+}
+
+TEST(G711, GivesTheRecommendationsValuesAroundZeroAndAtTheEnds) {
+    const short samples[] = {0, -1, 32767, -32768};
+    unsigned char u[4], a[4];
+    EncodeAudioPCMU(samples, 4, u);
+    EncodeAudioPCMA(samples, 4, a);
+    EXPECT_EQ(std::memcmp(u, "\xFF\x7F\x80\x00", 4), 0);
+    EXPECT_EQ(std::memcmp(a, "\xD5\x55\xAA\x2A", 4), 0);
+    short back[4];
+    DecodeAudioPCMU(u, 4, back);
+    EXPECT_EQ(back[0], 0);
+    EXPECT_EQ(back[3], -32124);
+    DecodeAudioPCMA(a, 4, back);
+    EXPECT_EQ(back[0], 8);
+    EXPECT_EQ(back[3], -32256);
+}
+
+TEST(G711, AnswersEmptyInputWithItsCountAndNullsWithNothingDone) {
+    const unsigned char code = 0;
+    short sample = 5;
+    EXPECT_EQ(DecodeAudioPCMU(&code, 0, &sample), 0);
+    EXPECT_EQ(DecodeAudioPCMA(&code, -3, &sample), -3);
+    EXPECT_EQ(DecodeAudioPCMA(nullptr, 1, &sample), 0);
+    EXPECT_EQ(EncodeAudioPCMU(&sample, 1, nullptr), 0);
+    EXPECT_EQ(sample, 5);
+}
+
+TEST(G726, AgreesWithSpandspInChunksOfAnySize) {
+    const struct {
+        int rate;
+        unsigned int signal;
+        unsigned long long codes, samples;
+    } cases[] = {{16000, 0, 0xF24EB05C34B50C7F, 0x7D6A4C32F60FBA53},
+                 {16000, 1, 0xF232423670259C3F, 0x4E341760CCD6269E},
+                 {16000, 2, 0x68782F9D231E8613, 0x4A01E01B31F04695},
+                 {16000, 3, 0xA0AECBDDF9E6C485, 0x066AABB331EBF145},
+                 {24000, 0, 0x3744A6EA2B0CC588, 0xA06F7D0A12A635DB},
+                 {24000, 1, 0x236240E6EDCADD51, 0x625351B8D65F55CA},
+                 {24000, 2, 0xF96DD8C4A6FF1C75, 0xCA662ABE6CEF6725},
+                 {24000, 3, 0x06D1CE14D5451EE2, 0x71840C20BF77824D},
+                 {32000, 0, 0x7DEA06194CA4B98B, 0xD371042F043B6021},
+                 {32000, 1, 0x151BB193A0A82681, 0xFAFD2F66C05D9DBD},
+                 {32000, 2, 0x3D09E1F422B310E5, 0xCA662ABE6CEF6725},
+                 {32000, 3, 0x6DAC789CEAE2FE65, 0xA534BE817F79EC40},
+                 {40000, 0, 0x9389834356A9C60C, 0x0983A13701D2A22D},
+                 {40000, 1, 0x179474B54D983751, 0x43D0A4C6706F6581},
+                 {40000, 2, 0x6B6E1740C2D8D355, 0xCA662ABE6CEF6725},
+                 {40000, 3, 0x8AF016F093808DD4, 0x815F467076584F6D}};
+    for (const auto& one : cases)
+        for (std::size_t chunk : {1u, 7u, 160u}) {
+            SCOPED_TRACE(testing::Message() << one.rate << " bit/s, " << kKTTestSignals[one.signal]
+                                            << ", chunks of " << chunk);
+            const auto codes = Encoded(one.rate, KTTestSignal(one.signal), chunk);
+            EXPECT_EQ(Checksum(codes), one.codes);
+            EXPECT_EQ(Checksum(Decoded(one.rate, codes, chunk)), one.samples);
+        }
+}
+
+TEST(G726, DecodesBytesThatNoEncoderMadeAsSpandspDoes) {
+    EXPECT_EQ(Checksum(Decoded(16000, KTTestCodes(), 7)), 0xFAE7AAE8473B232E);
+    EXPECT_EQ(Checksum(Decoded(24000, KTTestCodes(), 7)), 0x083B289D62E02B95);
+    EXPECT_EQ(Checksum(Decoded(32000, KTTestCodes(), 7)), 0x67F25DDA843895EA);
+    EXPECT_EQ(Checksum(Decoded(40000, KTTestCodes(), 7)), 0x9BC052C6E492270F);
+}
+
+TEST(G726, KeepsTheBitsThatFillNoByte) {
+    const short silence[8] = {};
+    unsigned char out[4] = {1, 1, 1, 1};
+    tag_KTG726STATE state;
+    ASSERT_EQ(InitializeG726(&state, 24000), 0);
+    EXPECT_EQ(EncodeG726(&state, out, silence, 3), 1);
+    EXPECT_EQ(state.held, 1);
+    EXPECT_EQ(EncodeG726(&state, out + 1, silence, 5), 2);
+    EXPECT_EQ(state.held, 0);
+    EXPECT_EQ(out[3], 1);
+    short samples[3] = {};
+    EXPECT_EQ(DecodeG726(&state, samples, out, 1), 2);
+    EXPECT_EQ(state.held, 2);
+    EXPECT_EQ(DecodeG726(&state, samples, out, 1), 3);
+}
+
+TEST(G726, RefusesOtherRatesNullsAndStatesNeverSetUp) {
+    tag_KTG726STATE state = {}, before = {};
+    short sample = 0;
+    unsigned char byte = 0;
+    EXPECT_EQ(EncodeG726(&state, &byte, &sample, 1), 0);
+    EXPECT_EQ(DecodeG726(&state, &sample, &byte, 1), 0);
+    EXPECT_EQ(InitializeG726(nullptr, 16000), -1);
+    ASSERT_EQ(InitializeG726(&state, 40000), 0);
+    std::memcpy(&before, &state, sizeof state);
+    for (int rate : {8000, 0, -16000, 48000})
+        EXPECT_EQ(InitializeG726(&state, rate), -1);
+    EXPECT_EQ(EncodeG726(&state, nullptr, &sample, 1), 0);
+    EXPECT_EQ(EncodeG726(nullptr, &byte, &sample, 1), 0);
+    EXPECT_EQ(DecodeG726(&state, &sample, nullptr, 1), 0);
+    EXPECT_EQ(DecodeG726(&state, &sample, &byte, 0x7FFFFFFF), 0);  // 3.4 thousand million samples
+    EXPECT_EQ(std::memcmp(&before, &state, sizeof state), 0);
+}
