@@ -23,5 +23,6 @@
 #include "KTBase/KTTime.h"
 #include "KTBase/KTTimer.h"
 #include "KTBase/KTUrl.h"
+#include "KTBase/KTZoom.h"
 
 #endif
