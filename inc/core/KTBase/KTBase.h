@@ -10,6 +10,7 @@
 #include "KTBase/KTList.h"
 #include "KTBase/KTListT.h"
 #include "KTBase/KTLock.h"
+#include "KTBase/KTMask.h"
 #include "KTBase/KTMemPool.h"
 #include "KTBase/KTMessage.h"
 #include "KTBase/KTObject.h"
