@@ -59,12 +59,12 @@ TEST(G711, AgreesWithSpandspOnEveryInput) {
     EXPECT_EQ(EncodeAudioPCMA(samples.data(), 65536, toA.data()), 65536);
     EXPECT_EQ(ConvertPCMA2PCMU(codes.data(), 256, aToU.data()), 256);
     EXPECT_EQ(ConvertPCMU2PCMA(codes.data(), 256, uToA.data()), 256);
-    EXPECT_EQ(Checksum(fromU), 0xB91E65D68481A1A8);
-    EXPECT_EQ(Checksum(fromA), 0x693A40CA62A3D2A5);
-    EXPECT_EQ(Checksum(toU), 0x94D7525214C75EB2);
-    EXPECT_EQ(Checksum(toA), 0xF030666EB780CF25);
-    EXPECT_EQ(Checksum(aToU), 0x61EE8248462E0701);
-    EXPECT_EQ(Checksum(uToA), 0x16C103B7AFB52AB5);
+    EXPECT_EQ(Checksum(fromU), 0xB91E65D68481A1A8ull);
+    EXPECT_EQ(Checksum(fromA), 0x693A40CA62A3D2A5ull);
+    EXPECT_EQ(Checksum(toU), 0x94D7525214C75EB2ull);
+    EXPECT_EQ(Checksum(toA), 0xF030666EB780CF25ull);
+    EXPECT_EQ(Checksum(aToU), 0x61EE8248462E0701ull);
+    EXPECT_EQ(Checksum(uToA), 0x16C103B7AFB52AB5ull);
 }
 
 TEST(G711, AnswersEmptyInputWithItsCountAndNullsWithNothingDone) {

@@ -42,12 +42,12 @@ struct tag_KTG726STATE {
 KTBASE_API int InitializeG726(tag_KTG726STATE* state, int rate);
 /// Encodes n samples into codes packed from the highest bit of each byte on. Bits that do not fill
 /// a byte wait in the state for the next call; nothing flushes them. Any n may be passed at a time.
-/// out has room for (n x bits + 7) / 8 bytes. Returns the bytes written: 0 also for a null, a state
-/// that was not initialised, and when the bytes would pass 31 bits.
+/// out has room for (n x bits + 7) / 8 bytes. Returns the bytes written, 0 for a null and for a
+/// state that was not initialised.
 KTBASE_API int EncodeG726(tag_KTG726STATE* state, unsigned char* out, const short* in, int n);
 /// Decodes n bytes; the bits left over wait in the state. out has room for (n x 8 + 7) / bits
-/// samples. Returns the samples written: 0 also for a null, a state that was not initialised, and
-/// when the samples would pass 31 bits.
+/// samples. Returns the samples written, 0 for a null, for a state that was not initialised, and
+/// for 512 MB and more, whose samples an int cannot count at every rate.
 KTBASE_API int DecodeG726(tag_KTG726STATE* state, short* out, const unsigned char* in, int n);
 
 #endif
