@@ -1,7 +1,7 @@
 # cmake -D NM=... -D LIBRARY=... -P exports.cmake
 # The library exports our own names only, and runs nothing by itself when it is loaded or unloaded.
 # On Windows LIBRARY is the import library.
-set(names "(CKT|IKT|KT|ZMK|CPacket|CHTTPParser|DBG_|H26|tag_|IKWFile|KWFile|InitializeG726)")
+set(names "(CKT|IKT|KT|ZMK|CPacket|CHTTPParser|DBG_|H26|tag_|IKWFile|KWFile|(En|De)codeAudioPCM|ConvertPCM|(Initialize|Encode|Decode)G726)")
 set(ours "^(_Z(T[VIS]|Th[n0-9]+_|Tv[n0-9_]+_)?(N[VKRO]*)?[0-9]*${names}|gettimeofday$)")
 
 # symbols(OUT OPTION...): lines "TYPE NAME" of nm.

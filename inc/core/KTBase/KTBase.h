@@ -3,6 +3,7 @@
 #define KTBASE_KTBASE_H
 
 #include "KTBase/KTAsync.h"
+#include "KTBase/KTCodec.h"
 #include "KTBase/KTDebug.h"
 #include "KTBase/KTDefs.h"
 #include "KTBase/KTDigest.h"
@@ -11,6 +12,7 @@
 #include "KTBase/KTList.h"
 #include "KTBase/KTListT.h"
 #include "KTBase/KTLock.h"
+#include "KTBase/KTMask.h"
 #include "KTBase/KTMedia.h"
 #include "KTBase/KTMemPool.h"
 #include "KTBase/KTMessage.h"
@@ -28,5 +30,6 @@
 #include "KTBase/KTTimer.h"
 #include "KTBase/KTUrl.h"
 #include "KTBase/KTZip.h"
+#include "KTBase/KTZoom.h"
 
 #endif
