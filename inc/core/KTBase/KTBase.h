@@ -6,6 +6,7 @@
 #include "KTBase/KTDefs.h"
 #include "KTBase/KTDigest.h"
 #include "KTBase/KTH26X.h"
+#include "KTBase/KTFile.h"
 #include "KTBase/KTList.h"
 #include "KTBase/KTListT.h"
 #include "KTBase/KTLock.h"
@@ -22,5 +23,6 @@
 #include "KTBase/KTTime.h"
 #include "KTBase/KTTimer.h"
 #include "KTBase/KTUrl.h"
+#include "KTBase/KTZip.h"
 
 #endif
