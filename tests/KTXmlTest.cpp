@@ -61,9 +61,7 @@ TEST(Xml, ReadsForgivinglyAndWritesBack) {
         {"<a k=\"v w/>", "<a k=\"v w\"/>\n"},
         {"<a><></></a>", "<a>\n</a>\n"}};
     for (const auto& [text, written] : rows) {
-        const Tree tree = Parse(text);
-        ASSERT_NE(tree, nullptr) << text;
-        EXPECT_EQ(Written(*tree), written) << text;
+        EXPECT_EQ(Written(*Parse(text)), written) << text;
     }
     for (const char* same : {"<a></a>", "<a>\r\n\t&</a>", "<?xml?><!DOCTYPE a><!-- > --><a/><b/>",
                              "<!-- <b> --><a/>", "<:a/>", "<a><b>1</b>"})
@@ -93,13 +91,12 @@ TEST(Xml, LoadsFilesAndChangesNothingWhenItCannot) {
     const std::string path = folder / "\xC3\xB6rder.xml";
     TestFolder::Put(path, kOrder);
     CKTXmlNode node;
-    ASSERT_EQ(node.SetName("old"), 0);
+    node.SetName("old");
     for (const std::string& bad : {std::string(), folder / "none", folder / ""}) {
         EXPECT_EQ(node.Load(bad.c_str()), -1) << bad;
         EXPECT_EQ(Or(node.GetName()), "old");
     }
-    EXPECT_EQ(node.Load(nullptr), -1);
-    ASSERT_EQ(node.SetValue(path.c_str()), 0);
+    ASSERT_EQ(node.Load(nullptr) * 10 + node.SetValue(path.c_str()), -10);
     ASSERT_EQ(node.Load(node.GetValue()), 0);
     EXPECT_EQ(Or(node.FindAttr("orderDate")->GetValue()), "1999-10-20");
     EXPECT_EQ(Or(node.FindNode("items.comment")->GetValue()), "Confirm this is electric & new");
@@ -137,7 +134,6 @@ TEST(Xml, BuildsATreeThatXmllintReads) {
     CKTXmlNode root;
     EXPECT_EQ(root.AddAttr("k", "v", true), -1);  // no name yet
     root.SetName("root");
-    EXPECT_EQ(root.AddAttr("k", "", true) + root.AddAttr(nullptr, "v", true), -2);
     CKTString escaped("<'\">");
     EXPECT_TRUE(CKTXmlNode::MakeXMLString(escaped, escaped.GetBuffer(), -1));
     EXPECT_EQ(root.AddAttr("z", "1", true) + root.AddAttr("xmlns:n", "urn:n", false), 0);
@@ -181,8 +177,8 @@ TEST(Xml, AttributesTakeTheirOwnTexts) {
     EXPECT_EQ(attr.Parse(name.data(), name.data() + name.size()), 0);
     EXPECT_EQ(Or(attr.GetName()) + "|" + Or(attr.GetValue()), "k|a b");
     EXPECT_EQ(attr.Parse(name.data(), name.data() + 1), -1);  // the '=' lies behind the range
-    EXPECT_TRUE(attr == "k");
-    EXPECT_FALSE(attr == "K" || attr == "" || attr == static_cast<const char*>(nullptr));
+    EXPECT_FALSE(!(attr == "k") || attr == "K" || attr == "" ||
+                 attr == static_cast<const char*>(nullptr));
     CKTString out("x");
     EXPECT_EQ(CKTXmlAttr("n", nullptr).ToString(out) * 10 + attr.ToString(out), -10);
     EXPECT_STREQ(out.GetBuffer(), "x k=\"a b\"");

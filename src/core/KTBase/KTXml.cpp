@@ -418,9 +418,8 @@ bool CKTXmlNode::Write(CKTString& out, unsigned int level) const {
         return false;
     void* pos = nullptr;
     for (const CKTXmlAttr* attr = GetFirstAttr(pos); attr != nullptr; attr = GetNextAttr(pos)) {
-        const char* name = attr->GetName();
-        const char* value = attr->GetValue();
-        if (name != nullptr && value != nullptr && !Put(out, {" ", name, "=\"", value, "\""}))
+        if (attr->GetName() != nullptr && attr->GetValue() != nullptr &&
+            attr->ToString(out) != KT_OK)
             return false;
     }
     if (m_value == nullptr && m_children.IsEmpty())
