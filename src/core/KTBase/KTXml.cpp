@@ -17,7 +17,7 @@ namespace {
 // Parsing, writing and searching call themselves once a level.
 constexpr unsigned int kMostLevels = 1000;
 constexpr unsigned int kListBlock = 10;
-constexpr unsigned short kWriteShift = 12;  // texts of whole trees grow by 4 KiB
+constexpr unsigned short kWholeShift = 16;  // texts of whole trees grow by 64 KiB
 
 struct Entity {
     char c;
@@ -305,7 +305,7 @@ CKTXmlNode* CKTXmlNode::ParseXml(const char* text, std::size_t len) {
 }
 
 int CKTXmlNode::Load(const char* path) {
-    CKTString text(0, kWriteShift);
+    CKTString text(0, kWholeShift);
     if (IsEmptyText(path) || ReadTextFile(path, text) != KT_OK)
         return KT_ERROR;
     Clear();
@@ -400,7 +400,7 @@ int CKTXmlNode::ParseValue(const char* begin, const char* end) {
 
 int CKTXmlNode::ToString(CKTString& out) const {
     // Written aside: out takes the whole tree or nothing.
-    CKTString text(0, kWriteShift);
+    CKTString text(0, kWholeShift);
     if (IsEmptyText(m_name) || !Write(text, 1) || (out += text) < 0)
         return KT_ERROR;
     return KT_OK;
