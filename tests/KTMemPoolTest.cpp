@@ -29,7 +29,7 @@ TEST(MemPool, GrantsWholeAlignedPagesAndTakesThemBack) {
     }
     EXPECT_EQ(pool.DeleteBuffer(handle, ptr), 0);
     EXPECT_TRUE(handle == 0 && ptr == nullptr);
-    // More than is free in one run; nothing; and a size that in whole pages would not fit its type.
+    // More than is free in one run, nothing, and the most that can be asked for.
     for (auto [asked, result] : {std::pair{2049u, -6}, {0u, -4}, {0xFFFFFFFFu, -6}}) {
         size = asked;
         EXPECT_EQ(pool.CreateBuffer(handle, ptr, size), result);

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -42,7 +41,7 @@ void ExpectPrinted(const std::string& line, Action action) {
 
 void ExpectLive(std::size_t count, unsigned int bytes) {
     ExpectPrinted("Packets==========> num = " + std::to_string(count) +
-                      ", size = " + std::to_string(bytes) + "\n\n",
+                      ", size = " + std::to_string(bytes) + "\n",
                   [] { CPacket::DumpPackets(nullptr); });
 }
 
@@ -71,15 +70,19 @@ TEST(Packet, TakesAlignedKilobytesFromTheHeapAndCountsThem) {
     KTHeapFailAt(0);
     std::vector<CPacket*> live;
     unsigned int bytes = 0;
-    for (unsigned int i = 0; i < 500; ++i) {
-        live.push_back(CPacket::Acquire(1 + i * 7 % 3000, 0));
-        bytes += live.back()->GetSize() + 1024;
-    }
-    std::shuffle(live.begin(), live.end(), std::mt19937(1));
-    for (; !live.empty(); live.pop_back()) {
-        ExpectLive(live.size(), bytes);
-        bytes -= live.back()->GetSize() + 1024;
-        live.back()->Release();
+    std::mt19937 random(1);
+    for (unsigned int step = 0; step < 2000 || !live.empty(); ++step) {
+        if (step < 500 || (step < 2000 && random() % 2 == 0)) {
+            live.push_back(CPacket::Acquire(1 + random() % 3000, 0));
+            bytes += live.back()->GetSize() + 1024;
+        } else if (!live.empty()) {
+            std::swap(live[random() % live.size()], live.back());
+            bytes -= live.back()->GetSize() + 1024;
+            live.back()->Release();
+            live.pop_back();
+        }
+        if (step % 50 == 0)
+            ExpectLive(live.size(), bytes);
     }
     ExpectLive(0, 0);
 }

@@ -89,6 +89,10 @@ TEST(SpacePool, TakesTheSmallestBlockFirstAndCutsItsLowEnd) {
     for (unsigned int page : {12, 8, 9})
         EXPECT_EQ(pool.PageAlloc(1), Pages(page, 1));
     EXPECT_EQ(pool.PageAlloc(9), 0u);
+    pool.PageFree(Pages(12, 1));
+    pool.PageFree(Pages(8, 1));
+    for (unsigned int page : {8, 12})  // the last one freed is the first taken again
+        EXPECT_EQ(pool.PageAlloc(1), Pages(page, 1));
     EXPECT_EQ(pool.PageAlloc(3), Pages(0, 3));
     EXPECT_EQ(pool.Free(), (Blocks{{3, 0}, {4, 2}, {10, 1}}));
     pool.TakeAllBut({{5, 3}});  // aligned at its high end only

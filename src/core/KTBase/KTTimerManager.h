@@ -5,6 +5,7 @@
 #include "KTBase/KTListT.h"
 #include "KTBase/KTThread.h"
 #include "KTBase/KTTimer.h"
+#include "KTPin.h"
 
 /// A runner: calls the callback of one timer at a time.
 class IKTTimerThread : public CKTThread {
@@ -33,7 +34,7 @@ private:
 };
 
 /// The manager: finds due timers and hands them to runners.
-class IKTTimerManager : public CKTThread {
+class IKTTimerManager : public CKTThread, public KTPinned {
 public:
     explicit IKTTimerManager(unsigned int capacity);
     ~IKTTimerManager() override;
@@ -43,9 +44,6 @@ public:
               unsigned int limit, bool immediate);
     /// Takes the timer out of the lists. Returns 0, or -11 when it is in neither.
     int Remove(IKTTimer* timer);
-
-    unsigned int m_pins = 0;  // calls that use the manager now; guarded by s_timermutex
-    CKTEvent m_unpinned{true};
 
 protected:
     unsigned int OnThread() override;
