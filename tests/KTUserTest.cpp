@@ -3,7 +3,6 @@
 
 TEST(User, OwnsItsTextsAndTakesThemBack) {
     CKTUser user("name", nullptr);
-    EXPECT_EQ(user.GetPassword(), nullptr);
     user.SetPassword("secret");
     CKTUser copy(user);
     copy.SetUsername(copy.GetUsername() + 2);
