@@ -29,6 +29,8 @@
 #include "KTBase/KTTime.h"
 #include "KTBase/KTTimer.h"
 #include "KTBase/KTUrl.h"
+#include "KTBase/KTUser.h"
+#include "KTBase/KTXml.h"
 #include "KTBase/KTZip.h"
 #include "KTBase/KTZoom.h"
 

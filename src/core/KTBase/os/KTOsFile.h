@@ -7,6 +7,7 @@
 #define KTBASE_OS_KTOSFILE_H
 
 #include <cstddef>
+#include <cstdio>
 
 struct KTOsFileAccess {
     bool read;
@@ -43,6 +44,8 @@ int KTOsFileCommit(void* file);
 
 /// Opens a gzip file with zlib, mode as zlib takes it. Null on failure.
 void* KTOsGzipOpen(const char* path, const char* mode);
+/// Opens a file for reading as the C runtime reads text. Null on failure.
+std::FILE* KTOsTextFileOpen(const char* path);
 
 int KTOsFileQuery(const char* path, KTOsFileStat& stat);
 /// Replaces a file of the new name.

@@ -190,6 +190,10 @@ void* KTOsGzipOpen(const char* path, const char* mode) {
     return gzopen(path, mode);
 }
 
+std::FILE* KTOsTextFileOpen(const char* path) {
+    return std::fopen(path, "re");
+}
+
 int KTOsFileQuery(const char* path, KTOsFileStat& stat) {
     return Result(Query(AT_FDCWD, path, 0, stat));
 }

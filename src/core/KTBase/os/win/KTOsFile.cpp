@@ -214,6 +214,11 @@ void* KTOsGzipOpen(const char* path, const char* mode) {
     return wide.Text() != nullptr ? gzopen_w(wide.Text(), mode) : nullptr;
 }
 
+std::FILE* KTOsTextFileOpen(const char* path) {
+    const WidePath wide(path);
+    return wide.Text() != nullptr ? _wfopen(wide.Text(), L"rtN") : nullptr;
+}
+
 int KTOsFileQuery(const char* path, KTOsFileStat& stat) {
     const WidePath wide(path);
     WIN32_FILE_ATTRIBUTE_DATA data;
