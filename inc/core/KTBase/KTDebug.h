@@ -51,4 +51,31 @@ KTBASE_API int DBG_Output(int module, int level, const char* text, unsigned int 
 /// As KTDBG_Printf, with a module, which must be enabled.
 KTBASE_API int DBG_Printf(int module, int level, const char* format, ...) KTBASE_PRINTF(3, 4);
 
+// ---- files and streams ----
+// They exist between the first KTDBGInitialize and the last KTDBGInvalidate. A message reaches them
+// in the thread that prints it, under the debug lock: streams first, then files. Files are written
+// by a thread of their own, "IKTDebugThread", so a slow disk does not hold up who prints.
+
+/// Each call wants its KTDBGInvalidate. Returns the calls outstanding, or -7 when memory or a thread
+/// is wanting: the call then does not count.
+KTBASE_API int KTDBGInitialize();
+/// The last one writes out and closes every file and forgets the streams. Returns the calls
+/// outstanding.
+KTBASE_API int KTDBGInvalidate();
+/// Creates or empties the file and sends it what is printed from now on, as bytes. A file that
+/// cannot keep up loses what waits for it once that is 1 MiB. path is UTF-8; the same path again
+/// changes nothing. Returns 0; -7 before KTDBGInitialize; -4 when path is null or empty; -6; or what
+/// IKWFile::Open returns.
+KTBASE_API int KTDBGAttachFile(const char* path);
+/// Writes out and closes the file. Returns 0; -7; -4 when path is null; -11 when it is not attached.
+KTBASE_API int KTDBGDetachFile(const char* path);
+/// Calls fn(context, the debug object, 1000, text, pointer to its unsigned long long length) for
+/// every message; the text is not to be changed. What fn itself prints reaches console and files,
+/// but no stream. fn must not wait for a thread that prints. Returns 0, also when the pair is
+/// attached already; -7; -4 when either is null; -6.
+KTBASE_API int KTDBGAttachStream(void* context, KTStreamFn fn);
+/// Afterwards fn does not run and is not called again, unless it detaches itself. Returns 0; -7; -4;
+/// -1 when the pair is not attached.
+KTBASE_API int KTDBGDetachStream(void* context, KTStreamFn fn);
+
 #endif

@@ -5,6 +5,7 @@
 
 #include "KTBase/KTThread.h"
 #include "KTBase/KTTimer.h"
+#include "os/KTOsNet.h"
 #include "os/KTOsSystem.h"
 
 namespace {
@@ -40,6 +41,7 @@ void KTLibraryClose() {
     KTLibrary* library = g_library.exchange(nullptr);
     if (library != nullptr)
         library->~KTLibrary();
+    KTOsNetClose();
     KTAccountingClose();
 }
 

@@ -1,7 +1,8 @@
 // What the platform tells of itself, and its ways out for diagnostic text.
 //
-// The Windows twin also carries DllMain: when the library is freed while the process goes on it
-// calls KTLibraryClose; at process exit it does nothing. On POSIX the library stays loaded.
+// The Windows twin also carries DllMain: it calls KTOsNetOpen when the library is loaded, and
+// KTLibraryClose when the library is freed while the process goes on; at process exit it does
+// nothing. On POSIX the library stays loaded.
 #ifndef KTBASE_OS_KTOSSYSTEM_H
 #define KTBASE_OS_KTOSSYSTEM_H
 

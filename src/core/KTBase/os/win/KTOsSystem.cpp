@@ -1,10 +1,7 @@
 #include "os/KTOsSystem.h"
 
-#define NOMINMAX
-#define WIN32_LEAN_AND_MEAN
-#include <windows.h>
-
 #include "KTLibrary.h"
+#include "os/KTOsNet.h"  // brings windows.h, after the socket headers as those want it
 
 unsigned int KTOsProcessorCount() {
     SYSTEM_INFO info;
@@ -17,6 +14,8 @@ void KTOsDebuggerWrite(const char* text) {
 }
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID processEnds) {
+    if (reason == DLL_PROCESS_ATTACH)
+        KTOsNetOpen();
     // At process exit the other threads are already dead, perhaps inside our locks: touch nothing.
     if (reason == DLL_PROCESS_DETACH && processEnds == nullptr)
         KTLibraryClose();
