@@ -116,8 +116,8 @@ TEST_F(Timers, SixteenCallbacksRunAtOnceTheSeventeenthWhenOneIsDone) {
     }
     while (running < 16)
         ASSERT_EQ(entered.Wait(kLongMs), 0);
-    entered.Wait(60);  // the last one's signal
-    EXPECT_EQ(entered.Wait(60), -2);
+    while (entered.Wait(60) == 0) {  // the last ones count themselves before they signal
+    }
     EXPECT_EQ(running, 16);
     go.Set();
     while (running < 17)
