@@ -75,9 +75,11 @@ TEST_F(Timers, FireAtTheNextBeatAsOftenAsAllowedAndNeverAgain) {
     EXPECT_EQ(timer->Start(nullptr, kOnTimer, 5, 3, true), -4);
     EXPECT_EQ(timer->Start(&owner, nullptr, 5, 3, true), -4);
     EXPECT_EQ(timer->Start(&owner, kOnTimer, 5, 3, true), 0);
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(owner.once.Wait(kLongMs), 0);
+    while (owner.fired < 3)  // two firings may leave one signal
+        ASSERT_EQ(owner.once.Wait(kLongMs), 0);
+    owner.once.Wait(60);  // the last one's
     EXPECT_EQ(owner.once.Wait(60), -2);
+    EXPECT_EQ(owner.fired, 3);
     EXPECT_EQ(timer->Start(&owner, kOnTimer, 5, 3, true), -7);  // armed until it is stopped
     EXPECT_EQ(timer->Stop(), 0);
     EXPECT_EQ(timer->Start(&owner, kOnTimer, 5, 1, false), 0);
@@ -93,9 +95,9 @@ TEST_F(Timers, WaitTheirIntervalBeforeTheFirstFiring) {
     EXPECT_EQ(owner.once.Wait(kLongMs), 0);
     EXPECT_GE(CKTTime::GetTimeMS() - start, 40u);
     timer->Stop();
-    const int fired = owner.fired;
+    owner.once.Wait(0);                           // a slow machine may have seen a second firing
     timer->Start(&owner, kOnTimer, 0, 0, false);  // a second
-    EXPECT_EQ(owner.once.Wait(100), fired > 1 ? 0 : -2);
+    EXPECT_EQ(owner.once.Wait(100), -2);
 }
 
 TEST_F(Timers, SixteenCallbacksRunAtOnceTheSeventeenthWhenOneIsDone) {
