@@ -27,6 +27,7 @@
 #include "KTBase/KTThread.h"
 #include "KTBase/KTThreadPool.h"
 #include "KTBase/KTTime.h"
+#include "KTBase/KTTimeMask.h"
 #include "KTBase/KTTimer.h"
 #include "KTBase/KTUrl.h"
 #include "KTBase/KTUser.h"
