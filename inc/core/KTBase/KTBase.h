@@ -3,6 +3,7 @@
 #define KTBASE_KTBASE_H
 
 #include "KTBase/KTAsync.h"
+#include "KTBase/KTBuf.h"
 #include "KTBase/KTCodec.h"
 #include "KTBase/KTDebug.h"
 #include "KTBase/KTDefs.h"
