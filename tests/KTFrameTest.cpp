@@ -73,7 +73,7 @@ TEST(Picture, LaysOutItsPlanes) {
 }
 
 TEST(Picture, IsEmptyAfterASetUpThatFails) {
-    const unsigned int cases[][4] = {{6, 0, 8, 8},     {5, 32, 8, 8},         {5, 31, 8, 8},
+    const unsigned int cases[][4] = {{6, 0, 8, 8},     {5, 32, 8, 8},         {5, 31, 8, 1},
                                      {2, 0, 30000, 1}, {5, 0, 8, 0x20000000}, {3, 0, ~0u, 1}};
     for (auto [format, align, width, height] : cases) {
         CKTPacketPIC* picture = CKTPacketPIC::Acquire(8, 8, 5, nullptr, 0);
@@ -105,6 +105,7 @@ TEST(Picture, CountsReferencesOfManyThreads) {
     EXPECT_EQ(picture->AddRef(), 2);
     picture->SetRef(0);
     testing::internal::CaptureStdout();
+    EXPECT_EQ(CKTPacketPIC::Acquire(0)->Release(), 0);
     EXPECT_EQ(picture->Release(), 0);
     EXPECT_EQ(KTTestPrinted(),
               "src/core/KTBase/KTFrame====>(Func = CKTPacketPIC::Release, line = 59)\n");
