@@ -12,6 +12,16 @@ install(FILES README.md CHANGELOG.md TYPE DOC COMPONENT runtime)
 if(KTBASE_TOOLS)
     install(TARGETS ${KTBASE_TOOLS} RUNTIME COMPONENT runtime)
 endif()
+if(NOT WIN32)
+    # gdb looks here for the printers of /usr/lib/libKTBase.so.*, where the package has it.
+    install(FILES gdb/KTBase-gdb.py COMPONENT runtime
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load/usr/${CMAKE_INSTALL_LIBDIR}
+        RENAME $<TARGET_FILE_NAME:KTBase>-gdb.py)
+    foreach(tool ${KTBASE_TOOLS})
+        install(FILES docs/man/${tool}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+            COMPONENT runtime)
+    endforeach()
+endif()
 
 install(DIRECTORY inc/core/KTBase TYPE INCLUDE COMPONENT development FILES_MATCHING PATTERN *.h)
 write_basic_package_version_file(KTBaseConfigVersion.cmake COMPATIBILITY SameMajorVersion)
@@ -21,7 +31,7 @@ install(FILES ${PROJECT_BINARY_DIR}/KTBaseConfigVersion.cmake DESTINATION ${pack
     COMPONENT development)
 # The prefix is found from where the file lies, so that an installation can be moved.
 set(pkgconfig ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-file(RELATIVE_PATH prefix_of_pc /prefix/${pkgconfig} /prefix)
+string(REGEX REPLACE "[^/]+" ".." prefix_of_pc ${pkgconfig})
 set(library_of_pc KTBase)
 if(WIN32)
     set(library_of_pc :libKTBase.dll.a)  # found by a program that links with -static, too
