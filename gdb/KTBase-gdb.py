@@ -96,7 +96,7 @@ class Address:
         port, = struct.unpack_from("!H", name, 2)
         if family == 2:
             return "%s:%d" % (socket.inet_ntop(socket.AF_INET, name[4:8]), port)
-        if length >= 28:
+        if family in (10, 23) and length >= 28:  # of Linux, of Windows
             return "[%s]:%d" % (socket.inet_ntop(socket.AF_INET6, name[8:24]), port)
         return "address of family %d" % family
 
