@@ -39,14 +39,12 @@ const char kImageWritten[] =
     R"("Title":"View from 15th Floor","Width":800}})";
 const char kPlaces[] = R"([
         { "precision": "zip", "Latitude":  37.7668, "Longitude": -122.3959, "Address":   "",
-           "City":      "SAN FRANCISCO", "State":     "CA", "Zip":       "94107", "Country":   "US"
-        },
-        { "precision": "zip", "Latitude":  37.371991, "Longitude": -122.026020, "Address":   "" }
+           "City":      "SAN FRANCISCO" },
+        { "precision": "zip", "Latitude":  37.371991, "Longitude": -122.026020 }
       ])";
 const char kPlacesWritten[] =
-    R"([{"Address":"","City":"SAN FRANCISCO","Country":"US","Latitude":37.7668,)"
-    R"("Longitude":-122.3959,"State":"CA","Zip":"94107","precision":"zip"},)"
-    R"({"Address":"","Latitude":37.371991,"Longitude":-122.02602,"precision":"zip"}])";
+    R"([{"Address":"","City":"SAN FRANCISCO","Latitude":37.7668,"Longitude":-122.3959,)"
+    R"("precision":"zip"},{"Latitude":37.371991,"Longitude":-122.02602,"precision":"zip"}])";
 
 // From a block of exactly its size: reading past it shows.
 int Parse(IKTJsonNode& node, const std::string& text) {
@@ -203,11 +201,11 @@ TEST(Json, ReadsANumberOnlyIntoWhatCanHoldIt) {
         const std::uint64_t bits = random();
         double number = 0, back = 0;
         std::memcpy(&number, &bits, sizeof(number));
-        IKTJsonNode node, copy;
-        ASSERT_EQ(node.Set(number), number - number == 0 ? 0 : -10);
-        ASSERT_EQ(Parse(copy, Written(node)), 0);
-        ASSERT_EQ(copy.Get(back), node.GetType() == KT_JSON_DOUBLE ? 0 : -11);
-        ASSERT_TRUE(back == number || node.GetType() == KT_JSON_NULL) << Written(node);
+        IKTJsonNode node;
+        const bool finite = number - number == 0;
+        ASSERT_EQ(node.Set(number), finite ? 0 : -10);
+        ASSERT_EQ(Parse(node, Written(node)) + node.Get(back), finite ? 0 : -11);
+        ASSERT_EQ(back, finite ? number : 0) << Written(node);
     }
 }
 
@@ -319,10 +317,8 @@ TEST(Json, SavesAFileWholeOrNotAtAll) {
     EXPECT_EQ(TestFolder::Get(path), kImageWritten + std::string("\n"));
     ASSERT_EQ(node.Parse("[\"new\"]", 0), 0);
     ASSERT_EQ(node.Save(path.c_str(), true), 0);
-    TestFolder::Put(folder / "bad.json", "[");
     TestFolder::Put(folder / "empty.json", "");
-    for (const char* name : {"bad.json", "empty.json"})
-        EXPECT_EQ(node.Load((folder / name).c_str()), -15);
+    EXPECT_EQ(node.Load((folder / "empty.json").c_str()), -15);
     EXPECT_EQ(node.Load((folder / "none").c_str()), -11);
     EXPECT_EQ(node.Load((folder / "").c_str()), -1);
     EXPECT_EQ(node.Load(nullptr) * 10 + node.Save("", true), -44);
@@ -373,11 +369,6 @@ TEST(Json, SaysSoWhenMemoryIsOutAndChangesNothing) {
         [&](IKTJsonNode& node) { return node.Set("name of some length", other); },
         [&](IKTJsonNode& node) { return node.Get("main", node); },
         [&](IKTJsonNode& node) { return node.ToString(text, true); },
-        [&](IKTJsonNode& node) {
-            CKTString name;
-            IKTJsonNode value;
-            return node.GetFirst(name, value);
-        },
         [&](IKTJsonNode& node) { return camera.Exchange(false, node); },
         [&](IKTJsonNode&) {
             IKTJsonNode made;
@@ -389,7 +380,7 @@ TEST(Json, SaysSoWhenMemoryIsOutAndChangesNothing) {
             int result = -6, failures = 0;
             for (unsigned int nth = 1; result != 0; ++nth) {
                 IKTJsonNode node;
-                ASSERT_EQ(node.Parse(kCamera, 0) + node.Remove("gain"), 0);
+                ASSERT_EQ(node.Parse(kCamera, 0), 0);
                 const std::string before = Written(node);
                 KTHeapFailAt(heap ? nth : 0);
                 g_failingNew = heap ? 0 : nth;
