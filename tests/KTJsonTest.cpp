@@ -326,10 +326,15 @@ TEST(Json, SavesAFileWholeOrNotAtAll) {
     EXPECT_EQ(Written(node), "[\"new\"]");
     ASSERT_EQ(node.Set(1) + node.Load(path.c_str()), 0);
     EXPECT_EQ(Written(node), "[\"new\"]");
-    std::filesystem::create_directory(std::filesystem::u8path(folder / "taken"));
-    EXPECT_EQ(node.Save((folder / "taken").c_str(), true), -1);
-    for (const char* aside : {"s\xC3\xB6me.json.new", "taken.new"})
-        EXPECT_FALSE(std::filesystem::exists(std::filesystem::u8path(folder / aside)));
+    for (const char* name : {"taken", "held.new"})
+        std::filesystem::create_directory(std::filesystem::u8path(folder / name));
+    for (const char* name : {"taken", "held"})
+        EXPECT_EQ(node.Save((folder / name).c_str(), true), -1) << name;
+    int files = 0;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::filesystem::u8path(folder / "")))
+        files += entry.exists();
+    EXPECT_EQ(files, 4);  // nothing left aside, nothing else gone
 }
 
 TEST(Json, SurvivesCutAndMutatedDocuments) {
