@@ -9,6 +9,7 @@
 #include "KTBase/KTDigest.h"
 #include "KTBase/KTFile.h"
 #include "KTBase/KTH26X.h"
+#include "KTBase/KTHttp.h"
 #include "KTBase/KTList.h"
 #include "KTBase/KTListT.h"
 #include "KTBase/KTLock.h"
