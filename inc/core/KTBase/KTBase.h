@@ -12,6 +12,7 @@
 #include "KTBase/KTFrame.h"
 #include "KTBase/KTH26X.h"
 #include "KTBase/KTJson.h"
+#include "KTBase/KTHttp.h"
 #include "KTBase/KTList.h"
 #include "KTBase/KTListT.h"
 #include "KTBase/KTLock.h"
