@@ -155,8 +155,7 @@ void KTTestSurvivesFaults(Exchange exchange) {
         for (std::size_t i = 0; i < answer.size(); ++i) {
             position = i;
             const unsigned long long startMs = CKTTime::GetTimeMS();
-            const int result =
-                exchange(peer.Url(), kind < Stall ? kKTTestLongMs : kShortMs);
+            const int result = exchange(peer.Url(), kind < Stall ? kKTTestLongMs : kShortMs);
             late += CKTTime::GetTimeMS() - startMs > 900;
             EXPECT_TRUE(result < 0 || (kind == Trickle && result == 200)) << kind << " " << i;
             ASSERT_EQ(exchange(peer.Url(), kKTTestLongMs), 200) << kind << " " << i;

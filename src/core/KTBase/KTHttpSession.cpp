@@ -212,11 +212,11 @@ int CKTHTTPSession::Polling(unsigned int timeoutMs) {
         decrypted = wanted.read && HasDecrypted();
     }
     const int result = KTOsSocketWaitAny(handle, wanted, decrypted ? 0 : timeoutMs, found);
-    if (result < 0 || (result == 0 && !decrypted))
-        return result;
     CKTGuard hold(m_ioLock);
     if (m_handle != handle)
         return KT_DISCONNECTED;  // closed by another thread meanwhile
+    if (result < 0 || (result == 0 && !decrypted))
+        return result;
     const bool alive = !found.error && Transfer(found.read || decrypted, found.write);
     if (alive)
         return 1;
