@@ -1,5 +1,6 @@
 #include <KTBase/KTDebug.h>
 #include <KTBase/KTHttp.h>
+#include <KTBase/KTZip.h>
 #include <gtest/gtest.h>
 
 #include <random>
@@ -61,8 +62,8 @@ std::string Whole(const std::string& message, bool request, bool inflate) {
     return fed.Summary();
 }
 
-// ---- captured messages: nginx 1.22.1, lighttpd 1.4.69, http.server of Python 3.11.7, curl 7.88.1,
-// gst-rtsp-server 1.22.0; long pages and dates shortened ----
+// ---- captured from nginx 1.22.1, lighttpd 1.4.69, gst-rtsp-server 1.22.0 and curl 7.88.1; long
+// bodies, nonces and lines without a meaning here are shortened or left out ----
 
 const std::string kGzipHello =
     Unhex("1f8b0800000000000403cb48cdc9c957482bcacf55c84bcfccabd051c82028c20500767e920835000000");
@@ -71,16 +72,6 @@ const std::string kGzipHead =
     "Transfer-Encoding: chunked\r\nConnection: close\r\nETag: W/\"6b03ee17-35\"\r\n"
     "Content-Encoding: gzip\r\n\r\n";
 const std::string kGzip = kGzipHead + "2a\r\n" + kGzipHello + "\r\n0\r\n\r\n";
-const std::string kDigest =
-    "HTTP/1.1 401 Unauthorized\r\nWWW-Authenticate: Digest realm=\"cams\", charset=\"UTF-8\", "
-    "algorithm=SHA-256, nonce=\"6b03ee1a:84b1\", qop=\"auth\"\r\nWWW-Authenticate: Digest "
-    "realm=\"cams\", charset=\"UTF-8\", algorithm=MD5, nonce=\"6b03ee1a:1cbc\", qop=\"auth\"\r\n"
-    "Content-Type: text/html\r\nContent-Length: 6\r\nConnection: close\r\nServer: lighttpd/1.4.69"
-    "\r\n\r\n<?xml>";
-const std::string kUpload =
-    "PUT /up HTTP/1.1\r\nHost: 127.0.0.1:18084\r\nUser-Agent: curl/7.88.1\r\nAccept: */*\r\n"
-    "Transfer-Encoding: chunked\r\nExpect: 100-continue\r\n\r\nf\r\nchunked by curl\r\n0\r\n\r\n";
-
 struct Capture {
     bool request;
     std::string bytes;
@@ -97,10 +88,11 @@ const Capture kCaptures[] = {
      "200 OK - - HTTP/1.1 text/html - - 0 gzip done [hello from nginx, hello from nginx, hello "
      "from nginx\n] 2 0"},
     {false,
-     "HTTP/1.0 404 File not found\r\nServer: SimpleHTTP/0.6 Python/3.11.7\r\nConnection: close\r\n"
-     "Content-type: text/html;charset=utf-8\r\nContent-Length: 3\r\n\r\n<!D",
-     "404 File not found - - HTTP/1.0 text/html;charset=utf-8 - - 3 done [<!D] 0 0"},
-    {false, kDigest,
+     "HTTP/1.1 401 Unauthorized\r\nWWW-Authenticate: Digest realm=\"cams\", charset=\"UTF-8\", "
+     "algorithm=SHA-256, nonce=\"6b03ee1a:84b1\", qop=\"auth\"\r\nWWW-Authenticate: Digest "
+     "realm=\"cams\", charset=\"UTF-8\", algorithm=MD5, nonce=\"6b03ee1a:1cbc\", qop=\"auth\"\r\n"
+     "Content-Type: text/html\r\nContent-Length: 6\r\nConnection: close\r\nServer: lighttpd/1.4.69"
+     "\r\n\r\n<?xml>",
      "401 Unauthorized - - HTTP/1.1 text/html - Digest realm=\"cams\", charset=\"UTF-8\", "
      "algorithm=MD5, nonce=\"6b03ee1a:1cbc\", qop=\"auth\" 6 done [<?xml>] 0 0"},
     {false,
@@ -108,15 +100,9 @@ const Capture kCaptures[] = {
      "\"PLAY\"\r\nServer: GStreamer RTSP server\r\nSession: 4QbT9bm4F71_HqGQ;timeout=90\r\n\r\n",
      "200 OK - - RTSP/1.0 - - - 0 done [] 0 0"},
     {true,
-     "GET /cgi?a=b HTTP/1.1\r\nHost: 127.0.0.1:18084\r\nAuthorization: Basic dXNlcjpwYXNz\r\n"
-     "User-Agent: curl/7.88.1\r\nAccept: */*\r\nAccept-Encoding: deflate, gzip, br, zstd\r\n"
-     "Cookie: sid=1\r\n\r\n",
-     "200 - GET /cgi?a=b HTTP/1.1 - Basic dXNlcjpwYXNz - 0 done [] 0 0"},
-    {true, kUpload, "200 - PUT /up HTTP/1.1 - - - 0 done [chunked by curl] 2 0"},
-    {true,
-     "POST /form HTTP/1.1\r\nHost: 127.0.0.1:18084\r\nAccept: */*\r\nContent-Length: 7\r\n"
-     "Content-Type: application/x-www-form-urlencoded\r\n\r\nx=1&y=2",
-     "200 - POST /form HTTP/1.1 application/x-www-form-urlencoded - - 7 done [x=1&y=2] 0 0"},
+     "PUT /up HTTP/1.1\r\nHost: 127.0.0.1:18084\r\nAuthorization: Basic dXNlcjpwYXNz\r\n"
+     "Transfer-Encoding: chunked\r\nExpect: 100-continue\r\n\r\nf\r\nchunked by curl\r\n0\r\n\r\n",
+     "200 - PUT /up HTTP/1.1 - Basic dXNlcjpwYXNz - 0 done [chunked by curl] 2 0"},
 };
 
 TEST(HttpMessage, ReadsTheSameWholeSplitAndByteByByte) {
@@ -140,38 +126,24 @@ TEST(HttpMessage, ReadsTheSameWholeSplitAndByteByByte) {
 TEST(HttpMessage, TellsAMalformedFirstLineByTheCode) {
     const struct {
         const char* line;
-        bool request;
-        int code;
+        int asRequest, asResponse;
     } rows[] = {
-        {"HTTP/1.1 200", false, -1},
-        {"HTTP/1.1 200 ", false, 200},
-        {"HTTP/1.1  99  O K", false, 99},
-        {"HTTP/1.1 0 OK", false, -1},
-        {"HTTP/1.1 -200 OK", false, -1},
-        {"HTTP/1.1 two OK", false, -1},
-        {"HTTP/1.1", false, -1},
-        {"X 99999999999 OK", false, 2147483647},
-        {"", false, -1},
-        {"GET /", true, -1},
-        {"GET  /  HTTP/1.1", true, 200},
-        {"GET", true, -1},
-        {"GET / ", true, 200},
-        {"\t \t ", true, 200},
+        {"HTTP/1.1 200", -1, -1},   {"HTTP/1.1 200 ", 200, 200},           {"a  99  O K", 200, 99},
+        {"HTTP/1.1 0 OK", 200, -1}, {"HTTP/1.1 -200 OK", 200, -1},         {"HTTP/1.1", -1, -1},
+        {"\t \t ", 200, -1},        {"X 99999999999 OK", 200, 2147483647}, {"", -1, -1},
     };
     for (const auto& row : rows) {
-        CKTHTTPCommand c;
         const std::string head = row.line + std::string("\r\nHost: h\r\n\r\n");
         const int length = static_cast<int>(head.size());
-        const auto parse = [&](const char* data, int size) {
-            return row.request ? c.ParseRequest(data, size) : c.ParseResponse(data, size);
-        };
-        EXPECT_EQ(parse(head.data(), length - 1) + parse(nullptr, length) + parse("", 0), 0);
-        EXPECT_EQ(c.GetCode(), 0);
-        EXPECT_EQ(parse(head.data(), length), length) << row.line;
-        EXPECT_EQ(c.GetCode(), row.code) << row.line;
-        EXPECT_EQ(c.IsCompleted(), true);
+        CKTHTTPCommand c, request;
+        EXPECT_EQ(c.ParseResponse(head.data(), length - 1) + c.GetCode(), 0);
+        EXPECT_EQ(c.ParseResponse(nullptr, length), 0);
+        EXPECT_EQ(c.ParseResponse(head.data(), length), length) << row.line;
+        EXPECT_EQ(c.GetCode(), row.asResponse) << row.line;
         EXPECT_STREQ(c.GetHost(), *row.line != '\0' ? "h" : nullptr);
-        EXPECT_EQ(parse(head.data(), length), 0);
+        EXPECT_EQ(c.ParseRequest(head.data(), length) + !c.IsCompleted(), 0);
+        EXPECT_EQ(request.ParseRequest(head.data(), length), length);
+        EXPECT_EQ(request.GetCode(), row.asRequest) << row.line;
     }
 }
 
@@ -230,8 +202,7 @@ TEST(HttpMessage, KeepsEveryCookieAndChallengeInOrder) {
     head += "WWW-Authenticate: x\r\nwww-authenticate: y\r\n\r\n";
     c.ParseHeadLine("Set-Cookie: old=1");
     EXPECT_STREQ(c.GetSetCookie("old"), "old=1");
-    ASSERT_EQ(c.ParseResponse(head.data(), static_cast<int>(head.size())),
-              static_cast<int>(head.size()));
+    c.ParseResponse(head.data(), static_cast<int>(head.size()));
     EXPECT_EQ(c.GetSetCookie("old"), nullptr);
     EXPECT_STREQ(c.GetSetCookie("sid"), "sid=0");
     EXPECT_STREQ(c.GetSetCookie("a39"), "a39=1; sid=39");
@@ -249,33 +220,28 @@ TEST(HttpMessage, KeepsEveryCookieAndChallengeInOrder) {
 
 class Derived : public CKTHTTPCommand {
 public:
-    std::string calls;
-
     bool ParseLineConnection(const char* line) override {
         calls += '1';
         return CKTHTTPCommand::ParseLineConnection(line);
     }
-    bool ParseLineCSeq(const char* line) override {
-        calls += '5';
-        return CKTHTTPCommand::ParseLineCSeq(line);
-    }
     bool ParseContentEncoding(const char* line) override {
         calls += '7';
-        return ParseLine(m_mine, line, "X-Mine: ");
+        return ParseLine(mine, line, "X-Mine: ");
     }
     bool ParseOther(const char* line) override {
         calls += line;
         return true;
     }
-    ~Derived() override { ZMKFree(m_mine); }
-    char* m_mine = nullptr;
+    ~Derived() override { ZMKFree(mine); }
+    std::string calls;
+    char* mine = nullptr;
 };
 
 TEST(HttpMessage, AsksADerivedCommandAboutEveryLineThatIsNoText) {
     Derived c;
     Lines("Host: h\r\nX-Mine: a\r\nx-mine: b\r\nCSeq: 4\r\nConnection: close\r\nOther", c);
-    EXPECT_EQ(c.calls, "157157157CSeq: 41157Other");
-    EXPECT_STREQ(c.m_mine, "b");
+    EXPECT_EQ(c.calls, "171717CSeq: 4117Other");
+    EXPECT_STREQ(c.mine, "b");
     EXPECT_EQ(c.GetSN(), 4);
 }
 
@@ -311,10 +277,6 @@ TEST(HttpMessage, BuildsHeadsByteForByte) {
     EXPECT_EQ(Text(head), "http 400 Bad Request\r\n" + lines +
                               "Session: 7; timeout = 30\r\nTransfer-Encoding: chunked\r\n"
                               "User-Agent: g\r\nAccept: */*\r\n\r\n");
-    int known = 551, unknown = 409;
-    EXPECT_STREQ(CKTHTTPCommand::GetError(known), "Option not supported");
-    EXPECT_STREQ(CKTHTTPCommand::GetError(unknown), "Bad Request");
-    EXPECT_EQ(unknown, 400);
 }
 
 TEST(HttpMessage, DumpsWithItsLabels) {
@@ -335,31 +297,24 @@ TEST(HttpMessage, DumpsWithItsLabels) {
 TEST(HttpBody, ReadsChunks) {
     const struct {
         const char* data;
-        int taken;
-        const char* body;
+        const char* body;  // and what is not taken
     } rows[] = {
-        {"5\r\nhello\r\n", 10, "hello"},
-        {"5\r\nhello\r", 0, ""},
-        {"5\r\nhelloXX", 0, ""},
-        {"1\r\na\r\n00\r\n\r\n", 10, "a"},  // the closing empty line stays
-        {" 00000A ;x=\r y\r\n0123456789\r\n", 28, "0123456789"},
-        {"000000001\r\na\r\n", 0, ""},
-        {"ffffffff\r\na\r\n", 0, ""},
-        {"\r\n1\r\na\r\n", 0, ""},
-        {"-1\r\na\r\n", 0, ""},
-        {"1 2\r\na\r\n", 0, ""},
-        {"1\ra\r\n", 0, ""},
-        {"g\r\n", 0, ""},
+        {"5\r\nhello\r\n", "hello|"},
+        {"1\r\na\r\n00\r\n\r\n", "a|\r\n"},  // the closing empty line stays
+        {" 00000A ;x=\r y\r\n0123456789\r\n", "0123456789|"},
+        {"5\r\nhello\rX", "|5\r\nhello\rX"},
+        {"5\r\nhelloX\n", "|5\r\nhelloX\n"},
+        {"000000001\r\na\r\n", "|000000001\r\na\r\n"},
+        {"ffffffff\r\na\r\n", "|ffffffff\r\na\r\n"},
+        {"\r\n1\r\na\r\n", "|\r\n1\r\na\r\n"},
+        {"1 2\r\na\r\n", "|1 2\r\na\r\n"},
+        {"1\r;\r\na\r\n", "|1\r;\r\na\r\n"},
     };
     for (const auto& row : rows) {
-        CKTHTTPCommand c;
-        CKTString body;
-        c.SetChunked(true);
-        const std::string data = row.data;
-        const std::vector<char> exact(data.begin(), data.end());
-        EXPECT_EQ(c.ParseContent(exact.data(), static_cast<int>(exact.size()), &body), row.taken)
-            << data;
-        EXPECT_EQ(Text(body), row.body);
+        Fed fed;
+        fed.command.SetChunked(true), fed.command.SetCode(200);
+        fed.Take(row.data, false);
+        EXPECT_EQ(Text(fed.body) + '|' + fed.left, row.body) << row.data;
     }
 }
 
@@ -374,8 +329,8 @@ TEST(HttpBody, ReadsParts) {
     const struct {
         std::string parts;
         bool inflate;
-        int result;        // of the last call, if negative
-        std::size_t left;  // not taken, when there was no failure
+        int result;
+        std::size_t left;  // when there was no failure
         std::string body;
     } rows[] = {
         {first + first, false, 0, 0, "abcabc"},
@@ -408,13 +363,12 @@ TEST(HttpBody, ReadsParts) {
 TEST(HttpBody, ExpandsWholePiecesAndStreams) {
     const std::string zlib = Unhex("789c4b4c4a0600024d0127");  // "abc", by RFC 1950 and 1951
     const std::string head = "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: ";
-    Fed plain;
+    CKTString zeros;  // the output of each piece is far larger than the piece
+    KTZIPDataCompress(zeros, std::string(100000, '0').c_str(), -1);
+    Fed plain, refused;
     plain.Take(head + "11\r\n\r\n" + zlib, false);
-    EXPECT_EQ(Text(plain.body), "abc");
-    Fed refused;
     refused.Take(head + "42\r\n\r\n" + kGzipHello, false);  // no zlib data
-    EXPECT_EQ(refused.result, -15);
-
+    EXPECT_EQ(Text(plain.body) + std::to_string(refused.result), "abc-15");
     const struct {
         std::string data;
         unsigned int maxOut;
@@ -423,6 +377,7 @@ TEST(HttpBody, ExpandsWholePiecesAndStreams) {
     } rows[] = {
         {zlib, 3, 0, 3},
         {zlib, 2, -15, 2},
+        {Text(zeros), 0, 0, 100000},
         {kGzipHello + kGzipHello, 0, 0, 106},
         {kGzipHello + "x", 0, -15, 53},
         {kGzipHello.substr(0, 41), 0, -15, 53},
@@ -441,34 +396,29 @@ TEST(HttpBody, ExpandsWholePiecesAndStreams) {
     }
     Fed cut(true);
     cut.Take(kGzipHead + "20\r\n" + kGzipHello.substr(0, 32) + "\r\n0\r\n", false);
-    EXPECT_EQ(cut.result, -15);
-    EXPECT_FALSE(cut.command.IsCompleted());
+    EXPECT_EQ(cut.result + cut.command.IsCompleted(), -15);
 }
 
 TEST(HttpBody, BuildsWithinTheRoomThereIs) {
     CKTHTTPCommand c;
-    CKTString none, out(0, 0);
+    CKTString out(0, 0);
     c.SetContentLen(10);
-    EXPECT_EQ(c.BuildContent(none, "abc", 0), 0);
-    ASSERT_EQ(out.AllocBuffer(6), 6);  // exactly
-    ASSERT_EQ(out.GetSpace(), 6u);
+    EXPECT_EQ(c.BuildContent(out, "abc", 0), 0);  // no buffer
+    ASSERT_EQ(out.AllocBuffer(6), 6);
     EXPECT_EQ(c.BuildContent(out, nullptr, 3), 0);
     EXPECT_EQ(c.BuildContent(out, "abcdefgh", 0), 6);
     EXPECT_EQ(Text(out) + std::to_string(out.GetSpace()), "abcdef0");
     out.Empty(false);
     EXPECT_EQ(c.BuildContent(out, "123456789", 9), 4);
-    EXPECT_EQ(c.BuildContent(out, "x", 1), 0);
-    c.SetContentLen(1);
+    c.SetContentLen(1);  // less than was sent
     EXPECT_EQ(c.BuildContent(out, "x", 1), 0);
 
     c.Reset();
     c.SetChunked(true);
-    out.Init(5);
-    EXPECT_EQ(c.BuildContent(out, "abc", 3), 0);
-    EXPECT_EQ(out.GetLength(), 0u);
-    out.Init(8);
-    EXPECT_EQ(c.BuildContent(out, "abc", 3), 0);
-    EXPECT_EQ(out.GetLength(), 0u);
+    for (const unsigned int room : {5u, 8u}) {
+        out.Init(room);
+        EXPECT_EQ(c.BuildContent(out, "abc", 3) + static_cast<int>(out.GetLength()), 0);
+    }
     out.Init(21);
     EXPECT_EQ(c.BuildContent(out, "hello", 0), 5);
     EXPECT_EQ(c.BuildContent(out, "0123456789", 0), 3);
@@ -512,11 +462,7 @@ TEST(HttpMessage, CutAndBrokenOnesEndInAStatedCode) {
             std::string text = seed.substr(0, i < seed.size() ? i : seed.size());
             for (unsigned int n = i < seed.size() ? 0 : 1 + random() % 3; n > 0; --n) {
                 const std::size_t at = random() % text.size();
-                const char with = "\r\n :;-0f\xff"[random() % 10];
-                if (random() % 3 == 0)
-                    text.erase(at, random() % 8);
-                else
-                    text[at] = with;
+                text.replace(at, random() % 4, 1, "\r\n :;-0f\xff"[random() % 10]);
             }
             const bool inflate = i % 2 == 0;
             Fed fed(inflate, 1000);
@@ -534,61 +480,53 @@ TEST(HttpMessage, CutAndBrokenOnesEndInAStatedCode) {
     KTDBG_EnablePrint(2, 2);
 }
 
-TEST(HttpMessage, TakesLinearTimeForAMegabyteOfAnything) {
-    const std::size_t size = 1000000 / KTBASE_LOAD_DIVISOR;
-    for (const char* filling : {"a", "\n", "\r", "\r\na", "A: ", "\r\n", "boundary="}) {
-        std::string text = "HTTP/1.1 200 OK\r\nContent-Type: multipart/mixed;";
-        while (text.size() < size)
-            text += filling;
-        text += "\r\n\r\n";
-        Fed fed;
-        fed.Take(text, false);
-        EXPECT_EQ(fed.command.GetCode(), 200);
-    }
-    for (const char* filling : {"5;", " ", "\r", "1\r\na\r\n"}) {
-        Fed fed;
-        fed.command.SetChunked(true);
-        fed.command.SetCode(200);
+TEST(HttpMessage, TakesLinearTimeForMegabytesOfAnything) {
+    for (const char* filling : {"a", "\n", "a\r", "\r\na", "A: ", "\r\n", "boundary=", "5;", " "}) {
         std::string text;
-        while (text.size() < size)
+        while (text.size() < 4000000 / KTBASE_LOAD_DIVISOR)
             text += filling;
-        EXPECT_GE(fed.command.ParseContent(text.data(), static_cast<int>(size), &fed.body), 0);
+        Fed head, chunked;
+        head.Take("HTTP/1.1 200 OK\r\nContent-Type: multipart/mixed;" + text + "\r\n\r\n", false);
+        EXPECT_EQ(head.command.GetCode(), 200);
+        chunked.command.SetChunked(true), chunked.command.SetCode(200);
+        chunked.Take("1\r\na\r\n5;" + text, false);
+        EXPECT_EQ(Text(chunked.body), "a");
     }
 }
 
+/// call with the nth allocation failing; a list without memory prints that.
+template <typename Call>
+int WithoutMemory(unsigned int nth, const Call& call) {
+    testing::internal::CaptureStdout();
+    KTHeapFailAt(nth);
+    const int result = call();
+    KTHeapFailAt(0);
+    testing::internal::GetCapturedStdout();
+    return result;
+}
+
 TEST(HttpMessage, IsNeverHalfTakenOrHalfBuiltWithoutMemory) {
-    for (unsigned int nth = 1, done = 0; done < 2; ++nth) {
+    const int whole = static_cast<int>(kGzip.size()) - 2;
+    int result = 0;
+    for (unsigned int nth = 1; result != whole; ++nth) {
         Fed fed(true);
-        CKTString head("<");
-        CKTHTTPCommand built;
-        built.SetProtocol("HTTP/1.1"), built.SetHost("a host"), built.SetSessionID("s");
-        testing::internal::CaptureStdout();  // a list without memory says so
-        KTHeapFailAt(nth);
-        const int result = done == 0 ? fed.command.RecvResponse(
-                                           kGzip.data(), static_cast<int>(kGzip.size()), &fed.body)
-                                     : built.BuildResponse(&head, nullptr);
-        KTHeapFailAt(0);
-        testing::internal::GetCapturedStdout();
-        if (done == 0) {
-            ASSERT_TRUE(result == 0 || result == -6 || result == static_cast<int>(kGzip.size()) - 2)
-                << result;
-            EXPECT_EQ(fed.command.GetCode(), result == 0 ? 0 : 200);
-        } else {
-            ASSERT_TRUE(result == 0 || Text(head) == "<") << Text(head);
-        }
-        if (done == 0 ? result > 0 : result == 0)
-            nth = 0, ++done;
+        result = WithoutMemory(
+            nth, [&] { return fed.command.RecvResponse(kGzip.data(), whole + 2, &fed.body); });
+        ASSERT_TRUE(result == 0 || result == -6 || result == whole) << result;
+        EXPECT_EQ(fed.command.GetCode(), result == 0 ? 0 : 200);
     }
-    // What a list has no room for is left out; the rest of the head is there.
-    const std::string cookies = "X 200 OK\r\nSet-Cookie: a\r\nSession: b\r\n\r\n";
+    result = -1;
+    for (unsigned int nth = 1; result != 0; ++nth) {
+        CKTHTTPCommand c;
+        CKTString head("<");
+        c.SetProtocol("HTTP/1.1"), c.SetHost("a host"), c.SetSessionID("s");
+        result = WithoutMemory(nth, [&] { return c.BuildResponse(&head, nullptr); });
+        ASSERT_TRUE(result == 0 || (result == -1 && Text(head) == "<")) << Text(head);
+    }
     for (unsigned int nth = 2; nth < 5; ++nth) {
         CKTHTTPCommand c;
-        testing::internal::CaptureStdout();
-        KTHeapFailAt(nth);
-        const int taken = c.ParseResponse(cookies.data(), static_cast<int>(cookies.size()));
-        KTHeapFailAt(0);
-        testing::internal::GetCapturedStdout();
-        EXPECT_EQ(taken, 39);
+        const char* const text = "X 200 OK\r\nSet-Cookie: a\r\nSession: b\r\n\r\n";
+        EXPECT_EQ(WithoutMemory(nth, [&] { return c.ParseResponse(text, 39); }), 39);
         EXPECT_EQ(Or(c.GetSetCookie("a")) + Or(c.GetSessionID()), nth == 4 ? "a-" : "-b");
     }
 }
