@@ -139,6 +139,7 @@ TEST_F(HttpPeer, LogsInWhereItCan) {
         {"digest", "/a", "user:secret@", false, 0, "2 "},
         {"digest", "/a?b=c", "user:secret@", false, 0, "2 "},
         {"digest", "/close/a", "user:secret@", false, 0, "2 "},
+        {"digest", "/old/a", "user:secret@", false, 0, "2 "},
         {"digest", "/a", "user:wrong@", false, -16, "2 "},
         {"digest", "/b", "user:secret@", true, 0, "2 "},
         {"digest", "/b", "user:wrong@", true, -16, "2 "},

@@ -1,7 +1,8 @@
 """Server whose only challenge is Digest with realm and nonce, as cameras send it.
 
 Usage: digest.py FILE, which holds the port on 127.0.0.1. Every response brings the
-number of requests for its path since the last one that did not try Digest. Below /close/ every response ends its connection.
+number of requests for its path since the last one that did not try Digest. A response
+ends its connection: below /close/ it says so, below /old/ it is of HTTP/1.0.
 """
 import collections
 import hashlib
@@ -33,11 +34,13 @@ class Handler(http.server.BaseHTTPRequestHandler):
         tries = self.headers.get("Authorization", "").startswith("Digest")
         requests[self.path] = requests[self.path] + 1 if tries else 1
         granted = self.granted()
+        self.protocol_version = "HTTP/1.0" if self.path.startswith("/old/") else "HTTP/1.1"
         self.send_response(200 if granted else 401)
         if not granted:
             self.send_header("WWW-Authenticate", f'Digest realm="{REALM}", nonce="{NONCE}"')
         if self.path.startswith("/close/"):
             self.send_header("Connection", "close")
+        self.close_connection |= self.path.startswith("/old/")
         answer = b"%d " % requests[self.path] + body
         self.send_header("Content-Length", str(len(answer)))
         self.end_headers()

@@ -66,7 +66,8 @@ private:
         const char* uri = request.GetCode() > 0 ? request.GetURI() : "";
         int code = request.GetCode() > 0 ? 200 : 400;
         if (std::strcmp(uri, "/big") == 0) {
-            for (unsigned int i = 0; i < 1048576; ++i)
+            m_body.AllocBuffer(8 << 20);
+            for (unsigned int i = 0; i < 1 << 20; ++i)
                 m_body.Append("%07u\n", i);
         } else if (std::strcmp(uri, "/echo") == 0) {
             response.SetChunked(m_chunked);
