@@ -226,7 +226,8 @@ int CKTHTTPSession::Polling(unsigned int timeoutMs) {
 
 /// Under the I/O lock. False when the connection has failed or ended.
 bool CKTHTTPSession::Transfer(bool read, bool write) {
-    const int received = read ? Receive() : 0;
+    // Another thread may have filled the buffer meanwhile.
+    const int received = read && GetRecvBuf()->GetSpace() != 0 ? Receive() : 0;
     if (received < 0)
         return false;
     if (!write || OnSend(nullptr) >= 0)
