@@ -8,7 +8,6 @@
 #include <string>
 
 #include "KTBase/KTHttp.h"
-#include "KTTestLoad.h"
 #include "KTTestPeers.h"
 
 namespace {
@@ -87,7 +86,7 @@ TEST_F(HttpPeer, KeepsOneConnectionForManyRequests) {
         EXPECT_EQ(Text(body) == text, true) << uri;  // too much to print
         EXPECT_EQ(session->GetResponse()->IsGZip(), std::string(uri) == "/gzip/text");
     }
-    for (unsigned int i = KTTestLoad(1000); i != 0; --i) {
+    for (int i = 0; i < 1000; ++i) {
         const char* uri = i % 3 == 0 ? "/chunked/hello" : i % 3 == 1 ? "/gzip/hello" : "/hello";
         ASSERT_EQ(Exchange(uri, body), 200) << i;
         ASSERT_EQ(Text(body), "hello\n") << i << uri;
