@@ -93,6 +93,7 @@ TEST(HttpAuthen, TakesRealmAndNonceInThatOrderOnly) {
         {"Digest realm=\"r\", charset=\"UTF-8\", nonce=\"n\"", -1, "digest old|old"},
         {"Digest realm=\"\", nonce=\"n\"", -1, "digest old|old"},
         {"Digest realm=\"r\", nonce=\"\"", -1, "digest old|old"},
+        {"Digest realm=\"r\" nonce=\"n\"", -1, "digest old|old"},
         {"Digest realm=\"r", -1, "digest old|old"},
         {" Basic realm=\"r\"", -1, "digest old|old"},
         {"Basic realm=r", -1, "digest old|old"},
@@ -177,6 +178,7 @@ TEST(HttpAuthen, ChoosesTheStrongestOfAllChallenges) {
         {{"Digest realm=r, nonce=n, qop=\"auth-int\", x=\"auth\""}, -10, ""},
         {{"Digest realm=r"}, -10, ""},
         {{"Digest nonce=n"}, -10, ""},
+        {{"Bearer Basic"}, -10, ""},
         {{"Bearer realm=\"Basic realm=x\""}, -10, ""},
         {{md5, ",,\"Basic\"=,"}, -10, "r m MD5 auth 00000001 -"},
     };
@@ -198,11 +200,13 @@ TEST(HttpAuthen, ChoosesTheStrongestOfAllChallenges) {
     authen.SetUser("Aladdin", "open sesame");
     EXPECT_EQ(authen.GetAuthorization("GET", "/"), nullptr);
     EXPECT_EQ(authen.ParseChallenge(nullptr), -4);
-    EXPECT_EQ(authen.ParseChallenge(basic.c_str()), 0);
+    EXPECT_EQ(authen.ParseChallenge("Negotiate, Basic"), 0);
     EXPECT_STREQ(authen.GetAuthorization("GET", "/"), "Basic QWxhZGRpbjpvcGVuIHNlc2FtZQ==");
     authen.ParseChallenge(md5.c_str());
     authen.GetAuthorization("GET", "/");
     EXPECT_EQ(Value(authen.GetAuthorization("GET", "/"), "nc"), "00000002");
+    authen.ParseChallenge("Digest nonce=new, realm=r, qop=auth");
+    EXPECT_EQ(Value(authen.GetAuthorization("GET", "/"), "nc"), "00000001");
     EXPECT_EQ(authen.GetAuthorization("GET", "/\r\n"), nullptr);
 }
 

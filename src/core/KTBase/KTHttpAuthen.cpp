@@ -225,7 +225,7 @@ bool ReadRealm(const char*& at, const char* scheme, Piece& realm) {
 /// `Digest realm="...", nonce="..."`, in this order.
 bool ReadRealmNonce(const char* challenge, Piece& realm, Piece& nonce) {
     const char* at = challenge;
-    if (!ReadRealm(at, "Digest", realm) || at[-1] != '"' || *at != ',')
+    if (!ReadRealm(at, "Digest", realm) || *at != ',')
         return false;
     at = KTHttpBehind(SkipBlanks(at + 1), "nonce=\"");
     if (at == nullptr)
@@ -236,8 +236,7 @@ bool ReadRealmNonce(const char* challenge, Piece& realm, Piece& nonce) {
 
 bool HasWord(const Piece& list, const char* word) {
     for (const char* at = list.begin; at < list.end;) {
-        const Piece item = ReadWord(at);
-        if (item.end <= list.end && item.Is(word))
+        if (ReadWord(at).Is(word))
             return true;
         ++at;  // what ended the word
     }
