@@ -65,7 +65,6 @@ struct Pair {
 
 /// The client of exchanges, on the test's stack.
 struct Client : KTTestPieces<CKTHTTPSession> {
-    Client() { first = rest = 100000; }
     int Get(const std::string& url, unsigned int timeoutMs = kKTTestLongMs) {
         const int result = Commit("GET", url.c_str(), nullptr, 0, nullptr, timeoutMs);
         EXPECT_FALSE(IsValid());
@@ -96,10 +95,10 @@ TEST(HttpSession, SurvivesAServerThatFailsAtAnyByte) {
 
 TEST(HttpSession, EndsWhatTheBufferCannotHold) {
     for (const char* end : {"X: ", "\r\n9000\r\n"}) {
-        KTTestHttpPeer peer([&](KTTestHttpPeer& peer, CKTSocketTCP& connection, unsigned int) {
-            peer.Answer(connection, "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n" +
-                                        (end + std::string(40000, 'x')));
-            KTTestHttpPeer::AwaitEnd(connection);
+        KTTestHttpPeer peer([&](KTTestHttpPeer& peer) {
+            peer.Answer("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n" +
+                        (end + std::string(40000, 'x')));
+            peer.AwaitEnd();
         });
         Client client;
         EXPECT_EQ(client.Get(peer.Url("/"), 50), -2);
@@ -108,9 +107,9 @@ TEST(HttpSession, EndsWhatTheBufferCannotHold) {
 }
 
 TEST(HttpSession, SendsWhatTheUrlAndTheCallerSay) {
-    KTTestHttpPeer peer([&](KTTestHttpPeer& peer, CKTSocketTCP& connection, unsigned int) {
-        peer.Answer(connection, "HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nabc");
-        KTTestHttpPeer::AwaitEnd(connection);
+    KTTestHttpPeer peer([&](KTTestHttpPeer& peer) {
+        peer.Answer("HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nabc");
+        peer.AwaitEnd();
     });
     Client client;
     CKTString both;
@@ -139,15 +138,15 @@ TEST(HttpSession, SendsWhatTheUrlAndTheCallerSay) {
     EXPECT_EQ(requests[1], head + "Content-Length: 3\r\n\r\nabc");
     EXPECT_EQ(requests[2], head + "Content-Length: 4\r\n\r\nboth");
     EXPECT_EQ(requests[3], requests[2]);
-    EXPECT_EQ(requests[4], head + "Transfer-Encoding: chunked\r\n\r\n");  // and its chunks behind
+    EXPECT_EQ(requests[4], head + "Transfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n0\r\n");
 }
 
 TEST(HttpSession, NeverSendsCredentialsInPlainTextForASecureTarget) {
     std::atomic<int> hellos{0};
-    KTTestHttpPeer peer([&](KTTestHttpPeer&, CKTSocketTCP& connection, unsigned int) {
+    KTTestHttpPeer peer([&](KTTestHttpPeer& peer) {
         char hello[2] = {};
         // None where the client leaves a connection that its owner has opened without TLS.
-        if (connection.Recv(hello, 2, kKTTestLongMs) == 2) {
+        if (peer.connection.Recv(hello, 2, kKTTestLongMs) == 2) {
             EXPECT_EQ(std::string(hello, 2), "\x16\x03");  // RFC 8446, 5.1
             ++hellos;
         }
@@ -205,23 +204,20 @@ TEST(HttpSession, AnswersAChallengeOnceOnAConnectionThatLasts) {
                                       (after == Adds ? "HTTP/1.1 200 OK\r\n\r\n" : "");
             const std::string second =
                 std::string("HTTP/1.1 ") + login.second + "\r\nContent-Length: 2\r\n\r\nok";
-            std::atomic<unsigned int> connections{0};
-            KTTestHttpPeer peer(
-                [&](KTTestHttpPeer& peer, CKTSocketTCP& connection, unsigned int number) {
-                    ++connections;
-                    peer.Answer(connection, number == 0 ? first : second);
-                    if (number == 0 && after == Keeps)
-                        peer.Answer(connection, second);
-                    if (number != 0 || after != Closes)
-                        KTTestHttpPeer::AwaitEnd(connection);
-                });
+            KTTestHttpPeer peer([&](KTTestHttpPeer& peer) {
+                peer.Answer(peer.number == 1 ? first : second);
+                if (peer.number == 1 && after == Keeps)
+                    peer.Answer(second);
+                if (peer.number != 1 || after != Closes)
+                    peer.AwaitEnd();
+            });
             Client client;
             client.SetDigestFull(login.full);
             EXPECT_EQ(client.Get(peer.Url("/dir/index.html", "http://Mufasa:CircleOfLife@")),
                       login.result);
             const std::vector<std::string> requests = peer.Requests();
             ASSERT_EQ(requests.size(), login.wanted != nullptr ? 2u : 1u);
-            EXPECT_EQ(connections, after == Keeps ? 1u : requests.size());
+            EXPECT_EQ(peer.number, after == Keeps ? 1u : requests.size());
             if (login.wanted != nullptr) {
                 EXPECT_NE(requests[1].find(login.wanted), std::string::npos) << requests[1];
                 EXPECT_EQ(client.Body(), "ok");
@@ -305,14 +301,11 @@ TEST(HttpSession, ReadsAnAnswerThatCameBeforeTheReset) {
 #endif
 
 TEST(HttpSession, AThousandAliveAtOnce) {
-#if defined(_WIN32)
-    std::vector<Pair> pairs(100);
-#else
-    if (!HandlesAllow(3100))
-        GTEST_SKIP() << "this machine allows too few open handles";
-    std::vector<Pair> pairs(1000);
-    EXPECT_GT(pairs.back().server.GetHandle(), 1024u);
-#endif
+    const unsigned int allowed = HandlesAllow(3100);
+    std::vector<Pair> pairs(allowed / 3 - 30);  // each with a listening handle
+    if (allowed == 3100) {
+        EXPECT_GT(pairs.back().server.GetHandle(), 1024u);
+    }
     for (std::size_t i = 0; i < pairs.size(); ++i) {
         pairs[i].Request("/" + std::to_string(i));
         ASSERT_EQ(pairs[i].client.Polling(kKTTestLongMs), 1);

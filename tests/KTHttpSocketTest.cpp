@@ -32,9 +32,9 @@ TEST(HttpSocket, SurvivesAServerThatFailsAtAnyByte) {
 
 TEST(HttpSocket, SendsHeadAndBodyAndCountsItsTimeInFives) {
     // The answer's head does not fit the buffer: waiting for its end must not spin either.
-    KTTestHttpPeer peer([](KTTestHttpPeer& peer, CKTSocketTCP& connection, unsigned int) {
-        peer.Answer(connection, "HTTP/1.1 200 OK\r\nX: " + std::string(40000, 'x'));
-        KTTestHttpPeer::AwaitEnd(connection);
+    KTTestHttpPeer peer([](KTTestHttpPeer& peer) {
+        peer.Answer("HTTP/1.1 200 OK\r\nX: " + std::string(40000, 'x'));
+        peer.AwaitEnd();
     });
     CKTHTTPSocket socket;
     CKTString content("a=1");

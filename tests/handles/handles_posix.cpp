@@ -2,14 +2,11 @@
 
 #include "handles.h"
 
-bool HandlesAllow(unsigned int count) {
+unsigned int HandlesAllow(unsigned int count) {
     rlimit limit;
-    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
-        return false;
+    getrlimit(RLIMIT_NOFILE, &limit);
     if (limit.rlim_cur >= count)
-        return true;
-    limit.rlim_cur = count;
-    if (limit.rlim_max < count)
-        limit.rlim_max = count;  // for the superuser
-    return setrlimit(RLIMIT_NOFILE, &limit) == 0;
+        return count;
+    const rlimit raised = {count, limit.rlim_max > count ? limit.rlim_max : count};
+    return setrlimit(RLIMIT_NOFILE, &raised) == 0 ? count : limit.rlim_cur;
 }

@@ -452,6 +452,9 @@ int CKTHTTPSession::Commit(const char* method, const char* url, const char* cont
     m_request.SetContentType(contentType);
     m_request.SetAuthen(authen.GetAuthenRequBasic());
     m_request.SetContentLen(static_cast<unsigned int>(length));
+    if (m_request.GetMethod() == nullptr || m_request.GetHost() == nullptr ||
+        m_request.GetURI() == nullptr)
+        return KT_NO_MEMORY;
     result = OnCommit(content, length);
     const bool challenged = result == KT_OK && m_response.GetCode() == kUnauthorized;
     if (challenged && !TakeChallenge(true))
