@@ -97,6 +97,7 @@ public:
         request.SetProtocol("HTTP/1.1");
         request.SetHost("127.0.0.1");
         request.SetKeepalive(true);
+        request.SetCached(true);  // the same lines as the rival's
         m_session->SendRequ(nullptr);
         while (response.GetCode() == 0 || !response.IsCompleted()) {
             if (m_session->Polling(kWaitMs) < 1 ||
@@ -126,7 +127,7 @@ public:
         }
         http::request<http::empty_body> request(http::verb::get, "/1k", 11);
         request.set(http::field::host, "127.0.0.1");
-        request.keep_alive(true);
+        request.set(http::field::connection, "keep-alive");
         http::write(m_stream, request, error);
         http::response<http::string_body> response;
         http::read(m_stream, m_buffer, response, error);

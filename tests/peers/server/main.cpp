@@ -51,6 +51,8 @@ private:
             if (taken == 0)
                 break;
         }
+        if (!request.IsCompleted() && m_session->GetRecvBuf()->GetSpace() == 0)
+            return false;  // a head or a chunk larger than the buffer never ends
         if (request.IsCompleted()) {
             Answer(request);
         } else if (request.GetCode() > 0 && !m_continued) {
