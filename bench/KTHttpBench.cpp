@@ -70,7 +70,7 @@ public:
 
 private:
     static void Run(const std::string& verb) {
-        const std::string command = KTBASE_PEERS " " + verb + " " KTBASE_HTTP_PEERS;
+        const std::string command = "'" KTBASE_PEERS "' " + verb + " '" KTBASE_HTTP_PEERS "'";
         if (std::system(command.c_str()) != 0)
             std::fprintf(stderr, "failed: %s\n", command.c_str());
     }
