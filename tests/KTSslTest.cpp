@@ -3,15 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <string>
 
 #include "KTBase/KTSocket.h"
 #include "KTBase/KTTime.h"
 #include "KTTestLoad.h"
+#include "KTTestPeers.h"
 #include "KTTestPrint.h"
 
 namespace {
@@ -23,19 +22,9 @@ constexpr unsigned long long kNone = ~0ull;
 class SslPeer : public testing::Test {
 protected:
     void SetUp() override {
-        const char* folder = std::getenv("KTBASE_TLS_PEERS");
-        std::FILE* file = folder != nullptr ? std::fopen(Path("ports").c_str(), "r") : nullptr;
-        if (file == nullptr)
+        if (ports.IsEmpty())
             GTEST_SKIP() << "no TLS servers: ctest starts them";
-        char name[32];
-        unsigned int port;
-        while (std::fscanf(file, "%31s %u", name, &port) == 2)
-            ports[name] = static_cast<unsigned short>(port);
-        std::fclose(file);
         socket.SetUseSsl(true);
-    }
-    static std::string Path(const char* name) {
-        return std::string(std::getenv("KTBASE_TLS_PEERS")) + "/" + name;
     }
     /// Whether the server sends a line back reversed.
     static bool Answers(CKTSocketTCP& socket) {
@@ -50,7 +39,7 @@ protected:
         }
         return std::strcmp(got, "desserts\n") == 0;
     }
-    std::map<std::string, unsigned short> ports;
+    const KTTestPeers ports{std::getenv("KTBASE_TLS_PEERS")};
     CKTSocketTCP socket;
 };
 
@@ -185,7 +174,8 @@ TEST_F(SslPeer, HandsOutWhatIsDecryptedAlready) {
 }
 
 TEST_F(SslPeer, ChecksTheCertificateWhenAsked) {
-    const std::string ca = Path("ca.pem"), other = Path("client.pem"), none = Path("none.pem");
+    const std::string ca = ports.Path("ca.pem"), other = ports.Path("client.pem"),
+                      none = ports.Path("none.pem");
     const struct {
         const char* open;
         const char* verify;
@@ -229,9 +219,10 @@ TEST_F(SslPeer, ChecksTheCertificateWhenAsked) {
 }
 
 TEST_F(SslPeer, ShowsItsOwnCertificate) {
-    const std::string cert = Path("client.pem"), key = Path("client.key"), ca = Path("ca.pem");
-    const std::string locked = Path("locked.key"), none = Path("none.pem"),
-                      wrong = Path("server.key");
+    const std::string cert = ports.Path("client.pem"), key = ports.Path("client.key"),
+                      ca = ports.Path("ca.pem");
+    const std::string locked = ports.Path("locked.key"), none = ports.Path("none.pem"),
+                      wrong = ports.Path("server.key");
     const struct {
         const char* caFile;
         const char* certFile;

@@ -56,6 +56,7 @@ int CKTSocketTCP::BeginConnect(const char* host, unsigned short port, bool block
     m_handle = KTOsSocketOpen(m_peer.GetAddress()->sa_family, true);
     if (m_handle == KT_NO_SOCKET)
         return KT_ERROR;
+    KTOsSocketPortByConnect(m_handle);
     if (KTOsSocketBind(m_handle, m_local.GetAddress(), m_local.GetLength()) &&
         EnableBlock(block) == KT_OK) {
         if (KTOsSocketConnect(m_handle, m_peer.GetAddress(), m_peer.GetLength()))

@@ -50,6 +50,9 @@ void KTOsSocketShutdown(unsigned long long handle);
 bool KTOsSocketReuseAddress(unsigned long long handle);
 bool KTOsSocketBlock(unsigned long long handle, bool block);
 bool KTOsSocketReceiveBytes(unsigned long long handle, int bytes);  ///< Size of its buffer.
+/// Before a bind to port 0: the port may be chosen by the connect, which knows the peer and so finds
+/// one even when tens of thousands of connections have lately been closed.
+void KTOsSocketPortByConnect(unsigned long long handle);
 bool KTOsSocketBind(unsigned long long handle, const sockaddr* address, int length);
 bool KTOsSocketConnect(unsigned long long handle, const sockaddr* address, int length);
 bool KTOsSocketListen(unsigned long long handle, int backlog);

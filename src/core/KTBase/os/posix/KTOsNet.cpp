@@ -249,6 +249,10 @@ bool KTOsSocketReceiveBytes(unsigned long long handle, int bytes) {
     return SetOption(handle, SOL_SOCKET, SO_RCVBUF, bytes);
 }
 
+void KTOsSocketPortByConnect(unsigned long long handle) {
+    SetOption(handle, IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, 1);  // IPv6 sockets take it, too
+}
+
 bool KTOsSocketBind(unsigned long long handle, const sockaddr* address, int length) {
     int reuse = 0;
     socklen_t size = sizeof(reuse);

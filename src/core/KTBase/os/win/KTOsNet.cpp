@@ -254,6 +254,8 @@ bool KTOsSocketReceiveBytes(unsigned long long handle, int bytes) {
     return SetOption(handle, SOL_SOCKET, SO_RCVBUF, bytes);
 }
 
+void KTOsSocketPortByConnect(unsigned long long) {}
+
 bool KTOsSocketBind(unsigned long long handle, const sockaddr* address, int length) {
     return bind(Native(handle), address, length) == 0;
 }
