@@ -3,6 +3,7 @@
 #define KTBASE_KTBASE_H
 
 #include "KTBase/KTAsync.h"
+#include "KTBase/KTBuf.h"
 #include "KTBase/KTCodec.h"
 #include "KTBase/KTDebug.h"
 #include "KTBase/KTDefs.h"
@@ -28,6 +29,7 @@
 #include "KTBase/KTThread.h"
 #include "KTBase/KTThreadPool.h"
 #include "KTBase/KTTime.h"
+#include "KTBase/KTTimeMask.h"
 #include "KTBase/KTTimer.h"
 #include "KTBase/KTUrl.h"
 #include "KTBase/KTUser.h"
