@@ -11,6 +11,7 @@
 #include "KTBase/KTFile.h"
 #include "KTBase/KTH26X.h"
 #include "KTBase/KTHttp.h"
+#include "KTBase/KTJson.h"
 #include "KTBase/KTList.h"
 #include "KTBase/KTListT.h"
 #include "KTBase/KTLock.h"
