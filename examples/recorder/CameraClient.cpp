@@ -10,7 +10,8 @@
 
 namespace {
 
-constexpr unsigned int kPollMs = 20;  // longest wait of one step: other cameras may share the thread
+constexpr unsigned int kPollMs =
+    20;  // longest wait of one step: other cameras may share the thread
 constexpr unsigned int kAnswerMs = 10000;  // longest silence of a camera
 constexpr unsigned int kFirstRestMs = 500;
 constexpr unsigned int kLongestRestMs = 8000;

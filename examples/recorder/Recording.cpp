@@ -133,6 +133,7 @@ const char* Recording::GiveUp(int result) {
     m_frames.Close();
     m_index.Close();
     if (!Cut(m_path, m_frameBytes) || !Cut(m_path + kIndex, m_indexBytes))
-        return "the file cannot be written, and its last frame is torn: the index tells the whole ones";
+        return "the file cannot be written, and its last frame is torn: the index tells the whole "
+               "ones";
     return Reason(result);
 }

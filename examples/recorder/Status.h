@@ -29,10 +29,10 @@ struct Second {
 struct CameraStatus {
     std::string name;   // no other camera has it; files are called by it
     std::string title;  // as the camera says it
-    std::string url;  // without credentials
+    std::string url;    // without credentials
     CameraState state = CameraState::kConnecting;
-    std::string detail;  // why it waits or has stopped
-    std::string format;  // "H.264, 640 x 360, 25 fps", once the camera has told it
+    std::string detail;      // why it waits or has stopped
+    std::string format;      // "H.264, 640 x 360, 25 fps", once the camera has told it
     std::string file;        // the one written last
     unsigned int files = 0;  // made so far
 
@@ -46,16 +46,16 @@ struct CameraStatus {
     unsigned int queue = 0;   // frames that wait to be written
     unsigned int queueLimit = 0;
 
-    double fps = 0;                // over the last seconds
-    double bytesPerSecond = 0;     // the same
-    std::vector<Second> lately;    // one entry for each second of the last minute
-    std::vector<Run> runs;         // in the window
+    double fps = 0;              // over the last seconds
+    double bytesPerSecond = 0;   // the same
+    std::vector<Second> lately;  // one entry for each second of the last minute
+    std::vector<Run> runs;       // in the window
 };
 
 struct RecorderStatus {
     std::string folder;
-    unsigned int elapsed = 0;  // seconds since the start
-    unsigned int limit = 0;    // seconds to record, 0: no end
+    unsigned int elapsed = 0;      // seconds since the start
+    unsigned int limit = 0;        // seconds to record, 0: no end
     unsigned int windowFirst = 0;  // the seconds that a timeline shows
     unsigned int windowCount = 0;
     std::vector<CameraStatus> cameras;
