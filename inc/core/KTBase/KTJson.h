@@ -205,7 +205,8 @@ private:
     int Put(const char* name, IKTJsonNode& item);  // moves the item, as the next two
     int PutAt(unsigned int index, IKTJsonNode& item);
     int PutAtEnd(IKTJsonNode& item);
-    int Step(CKTString& name, IKTJsonNode& value) const;
+    template <typename... Parts>
+    int Assign(Parts&&... parts);
 
     static int Read(Place place, bool& value);
     static int Read(Place place, long long& value);
@@ -252,6 +253,8 @@ private:
     }
     template <typename T>
     int FetchMember(const char* name, T& value) const {
+        if (GetType() != KT_JSON_OBJECT && GetType() != KT_JSON_NULL)
+            return KT_MALFORMED;
         return name != nullptr ? FetchFrom(Find(name), value) : KT_ARGUMENT;
     }
 
