@@ -254,7 +254,7 @@ void CameraClient::Fail(const std::string& why) {
     m_step = Step::kRest;
     m_rest.Setup(m_restMs);
     char next[40];
-    std::snprintf(next, sizeof(next), "next try in %.1f s", m_restMs / 1000.0);
+    std::snprintf(next, sizeof(next), "next try in %g s", m_restMs / 1000.0);
     m_restMs = m_restMs < kLongestRestMs / 2 ? m_restMs * 2 : kLongestRestMs;
     m_camera.SetState(CameraState::kWaiting, why + "; " + next);
     // A camera that is away for months says so once.

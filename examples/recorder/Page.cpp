@@ -76,10 +76,11 @@ void AppendTimeline(const RecorderStatus& status, const CameraStatus& camera, CK
     for (const Run& run : camera.runs)
         recorded += run.count;
     out.Append(
-        "<div><div class=\"caption soft\"><span>timeline: %u s recorded, %u s not</span>"
-        "<span>full: recorded, low: not</span></div>"
+        "<div><div class=\"caption soft\"><span>timeline</span><span>"
+        "<span class=\"key there\"></span>%u s recorded<span class=\"key gap\"></span>%u s missing"
+        "</span></div>"
         "<svg class=\"time\" viewBox=\"0 0 %u %u\" preserveAspectRatio=\"none\" role=\"img\" "
-        "aria-label=\"%u seconds recorded in %zu pieces, %u seconds not\">"
+        "aria-label=\"%u seconds recorded in %zu pieces, %u seconds missing\">"
         "<rect class=\"gap\" y=\"%u\" width=\"%u\" height=\"%u\"/>",
         recorded, past - std::min(past, recorded), status.windowCount, kTimeHeight, recorded,
         camera.runs.size(), past - std::min(past, recorded), kTimeHeight * 3 / 4, past,
@@ -117,7 +118,7 @@ void AppendCamera(const RecorderStatus& status, const CameraStatus& camera, CKTS
                  std::to_string(camera.queue) + " of " + std::to_string(camera.queueLimit),
                  camera.queue * 2 > camera.queueLimit);
     AppendFigure(out, "dropped", std::to_string(camera.drops), camera.drops != 0);
-    AppendFigure(out, "lost", std::to_string(camera.losses) + " times", camera.losses != 0);
+    AppendFigure(out, "losses", std::to_string(camera.losses), camera.losses != 0);
     out.AppendSTR("</dl>", 0);
     AppendRateChart(camera, out);
     AppendTimeline(status, camera, out);

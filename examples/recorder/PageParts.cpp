@@ -38,10 +38,10 @@ progress {
 progress::-webkit-progress-bar { background: var(--track); }
 progress::-webkit-progress-value { background: var(--accent); }
 progress::-moz-progress-bar { background: var(--accent); }
-dl { display: grid; gap: 0.7rem 1rem; grid-template-columns: repeat(auto-fit, minmax(6.2rem, 1fr)); }
+dl { display: grid; gap: 0.7rem 0.8rem; grid-template-columns: repeat(auto-fit, minmax(5.4rem, 1fr)); }
 dt { color: var(--soft); font-size: 0.82rem; }
 dd { font-weight: 600; white-space: nowrap; }
-.total { margin: 1.1rem 0; }
+.total { margin: 1.1rem 0; grid-template-columns: repeat(auto-fit, minmax(9rem, 1fr)); }
 .total dd { font-size: 1.5rem; line-height: 1.2; }
 .cameras { display: grid; gap: 1rem; grid-template-columns: repeat(auto-fit, minmax(min(100%, 25rem), 1fr)); }
 article {
@@ -60,6 +60,9 @@ svg { display: block; width: 100%; border-radius: 0.25rem; background: var(--tra
 .rate { height: 3.2rem; } .rate path { fill: var(--accent); }
 .time { height: 1.5rem; }
 .time .there { fill: var(--good); } .time .gap { fill: var(--bad); }
+.key { display: inline-block; width: 0.7em; margin: 0 0.3em 0 0.8em; }
+.key.there { height: 0.8em; background: var(--good); }
+.key.gap { height: 0.2em; background: var(--bad); }
 .ticks { display: flex; justify-content: space-between; }
 .caption { display: flex; flex-wrap: wrap; justify-content: space-between; gap: 0 1rem; margin-bottom: 0.2rem; }
 .empty { padding: 2rem; text-align: center; border: 2px dashed var(--line); border-radius: 0.8rem; }

@@ -26,7 +26,7 @@ Recorder::Recorder(const Options& options, Console& console)
       m_tickMs(m_startMs),
       m_finder([this](const CKTUrl& url) { AddCamera(url); }),
       m_pool(kWorkers, "Cameras", 0, kNormalPriority),
-      m_writer(m_cameras, console, options.folder, m_startMs),
+      m_writer(m_cameras, console, options.folder, m_startMs, options.seconds),
       m_page([this] { return GetStatus(); }) {}
 
 Recorder::~Recorder() {

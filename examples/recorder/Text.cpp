@@ -1,7 +1,6 @@
 #include "Text.h"
 
 #include <cstdio>
-#include <cstring>
 
 namespace {
 
@@ -48,6 +47,12 @@ std::string Shorten(const std::string& text, std::size_t maxBytes) {
     return text.substr(0, end);
 }
 
+/// What a shell, a URL and every file system take as it is. Letters beyond ASCII stay.
+bool IsPlain(unsigned int c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '-' ||
+           c == '_' || c == '.' || c >= 0x80;
+}
+
 bool IsDeviceName(const std::string& name) {
     std::string stem = name.substr(0, name.find('.'));
     for (char& c : stem)
@@ -82,7 +87,7 @@ std::string CleanText(const char* text, unsigned int maxBytes) {
 std::string SafeFileName(const std::string& text) {
     std::string name = Shorten(text, kFileNameBytes - 1);
     for (char& c : name)
-        if (std::strchr("/\\:*?\"<>|% ", c) != nullptr)
+        if (!IsPlain(static_cast<unsigned char>(c)))
             c = '_';
     for (std::size_t at = 0; (at = name.find("..", at)) != std::string::npos;)
         name.replace(at, 2, "__");

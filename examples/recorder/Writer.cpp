@@ -2,6 +2,8 @@
 
 #include <KTBase/KTTime.h>
 
+#include <algorithm>
+
 namespace {
 
 constexpr unsigned int kBeatMs = 100;      // how soon a stop is seen while nothing comes
@@ -11,12 +13,13 @@ constexpr int kNormalPriority = 25;
 }  // namespace
 
 Writer::Writer(Cameras& cameras, Console& console, const std::string& folder,
-               unsigned long long startMs)
+               unsigned long long startMs, unsigned int limit)
     : CKTThread("Writer", 0, kNormalPriority),
       m_cameras(cameras),
       m_console(console),
       m_folder(folder),
-      m_startMs(startMs) {}
+      m_startMs(startMs),
+      m_lastSecond(limit != 0 ? limit - 1 : ~0u) {}
 
 Writer::~Writer() {
     ThreadStop();
@@ -65,7 +68,8 @@ void Writer::WriteFrame(Camera& camera, CPacket& packet) {
                       recording->GetPath().c_str());
     }
     const unsigned long long second = (CKTTime::GetTimeMS() - m_startMs) / 1000;
-    camera.CountRecorded(packet, static_cast<unsigned int>(second));
+    // What still waits when the time is over belongs to the last second.
+    camera.CountRecorded(packet, std::min(static_cast<unsigned int>(second), m_lastSecond));
 }
 
 void Writer::Close(Camera& camera) {

@@ -16,9 +16,10 @@
 /// written and the files are closed.
 class Writer : public CKTThread {
 public:
-    /// startMs: reading of CKTTime::GetTimeMS that recorded seconds count from.
+    /// startMs: reading of CKTTime::GetTimeMS that recorded seconds count from; limit: their
+    /// number, 0 for no end.
     Writer(Cameras& cameras, Console& console, const std::string& folder,
-           unsigned long long startMs);
+           unsigned long long startMs, unsigned int limit);
     ~Writer() override;
 
 protected:
@@ -34,6 +35,7 @@ private:
     Console& m_console;
     const std::string m_folder;
     const unsigned long long m_startMs;
+    const unsigned int m_lastSecond;
     std::map<Camera*, std::unique_ptr<Recording>> m_recordings;  // the thread's alone
 };
 

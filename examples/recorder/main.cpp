@@ -43,7 +43,7 @@ int Conclude(const RecorderStatus& status, Console& console) {
     CKTString table;
     AppendSummary(status, table);
     if (table.GetLength() != 0)
-        console.Say(kInfo, "\n%.*s", static_cast<int>(table.GetLength() - 1), table.GetBuffer());
+        console.Say(kInfo, "%.*s", static_cast<int>(table.GetLength() - 1), table.GetBuffer());
     bool all = !status.cameras.empty();
     for (const CameraStatus& camera : status.cameras)
         all = all && IsRecorded(camera);
