@@ -47,12 +47,21 @@ void Camera::SetFormat(const std::string& format) {
     m_status.format = format;
 }
 
-void Camera::SetState(CameraState state, const std::string& detail) {
+void Camera::SetRecording() {
     CKTGuard hold(m_lock);
     if (m_status.state == CameraState::kStopped)
         return;
-    m_status.state = state;
-    m_status.detail = detail;
+    m_status.state = CameraState::kRecording;
+    m_status.detail.clear();
+}
+
+void Camera::SetWaiting(const std::string& why, unsigned int restMs) {
+    CKTGuard hold(m_lock);
+    if (m_status.state == CameraState::kStopped)
+        return;
+    m_status.state = CameraState::kWaiting;
+    m_status.detail = why;
+    m_status.restMs = restMs;
 }
 
 void Camera::WaitForKey() {

@@ -28,7 +28,8 @@ public:
     void SetName(const std::string& name, const std::string& title);
     bool HasName();
     void SetFormat(const std::string& format);
-    void SetState(CameraState state, const std::string& detail);
+    void SetRecording();
+    void SetWaiting(const std::string& why, unsigned int restMs);
     /// The frames that follow are dropped up to the next key frame: some before them are missing.
     void WaitForKey();
     /// Queues the frame, taking over the caller's reference. While the queue is full, frames are

@@ -2,7 +2,7 @@
 
 #include <KTBase/KTXml.h>
 
-#include <cstdio>
+#include <algorithm>
 #include <memory>
 
 #include "Part.h"
@@ -222,7 +222,7 @@ bool CameraClient::TakePart() {
         m_receives = true;
         m_restMs = kFirstRestMs;
         m_lastWhy.clear();
-        m_camera.SetState(CameraState::kRecording, "");
+        m_camera.SetRecording();
         m_console.Say(kInfo, "%s: recording from %s", m_camera.GetName().c_str(),
                       m_camera.GetUrl().GetURL());
     }
@@ -253,12 +253,11 @@ void CameraClient::Fail(const std::string& why) {
     Close();
     m_step = Step::kRest;
     m_rest.Setup(m_restMs);
-    char next[40];
-    std::snprintf(next, sizeof(next), "next try in %g s", m_restMs / 1000.0);
-    m_restMs = m_restMs < kLongestRestMs / 2 ? m_restMs * 2 : kLongestRestMs;
-    m_camera.SetState(CameraState::kWaiting, why + "; " + next);
+    m_camera.SetWaiting(why, m_restMs);
     // A camera that is away for months says so once.
     if (why != m_lastWhy)
-        m_console.Say(kWarning, "%s: %s; %s", m_camera.GetName().c_str(), why.c_str(), next);
+        m_console.Say(kWarning, "%s: %s; next try in %g s", m_camera.GetName().c_str(), why.c_str(),
+                      m_restMs / 1000.0);
+    m_restMs = std::min(m_restMs * 2, kLongestRestMs);
     m_lastWhy = why;
 }

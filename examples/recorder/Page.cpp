@@ -39,6 +39,13 @@ const char* StateSign(CameraState state) {
     return "";
 }
 
+std::string WhyText(const CameraStatus& camera) {
+    char next[40] = "";
+    if (camera.state == CameraState::kWaiting)
+        std::snprintf(next, sizeof(next), "; next try in %g s", camera.restMs / 1000.0);
+    return camera.detail + next;
+}
+
 void AppendFigure(CKTString& out, const char* name, const std::string& value, bool alarm) {
     out.Append("<div><dt>%s</dt><dd%s>%s</dd></div>", name, alarm ? " class=\"alarm\"" : "",
                value.c_str());
@@ -105,7 +112,7 @@ void AppendCamera(const RecorderStatus& status, const CameraStatus& camera, CKTS
         EscapeHtml(camera.title).c_str(), EscapeHtml(camera.format).c_str(), state,
         StateSign(camera.state), state);
     if (!camera.detail.empty())
-        out.Append("<p class=\"why %s\">%s</p>", state, EscapeHtml(camera.detail).c_str());
+        out.Append("<p class=\"why %s\">%s</p>", state, EscapeHtml(WhyText(camera)).c_str());
     char fps[16];
     std::snprintf(fps, sizeof(fps), "%.1f", camera.fps);
     out.AppendSTR("<dl>", 0);

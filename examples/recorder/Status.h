@@ -31,10 +31,11 @@ struct CameraStatus {
     std::string title;  // as the camera says it
     std::string url;    // without credentials
     CameraState state = CameraState::kConnecting;
-    std::string detail;      // why it waits or has stopped
-    std::string format;      // "H.264, 640 x 360, 25 fps", once the camera has told it
-    std::string file;        // the one written last
-    unsigned int files = 0;  // made so far
+    std::string detail;       // why it waits or has stopped
+    unsigned int restMs = 0;  // between the end of a connection and the next try, while it waits
+    std::string format;       // "H.264, 640 x 360, 25 fps", once the camera has told it
+    std::string file;         // the one written last
+    unsigned int files = 0;   // made so far
 
     unsigned long long frames = 0;  // recorded, key frames included
     unsigned long long keyFrames = 0;
