@@ -8,6 +8,7 @@
 
 #include "Access.h"
 #include "Film.h"
+#include "Server.h"
 #include "Stream.h"
 
 namespace {
@@ -59,9 +60,90 @@ std::string Answer(const std::string& nonce, const std::string& password, const 
            "\", response=\"" + response + "\"";
 }
 
+/// Whether text is the pattern, in which each "*" stands for anything.
+bool Matches(const std::string& text, const std::string& pattern) {
+    std::size_t at = 0;
+    std::size_t begin = 0;
+    for (;;) {
+        const std::size_t star = pattern.find('*', begin);
+        const std::string piece = pattern.substr(begin, star - begin);
+        const std::size_t found =
+            star == std::string::npos && begin != 0 && text.size() >= piece.size()
+                ? text.size() - piece.size()
+                : at;
+        const std::size_t place = text.find(piece, found);
+        if (place == std::string::npos || (begin == 0 && place != 0) || place < at)
+            return false;
+        if (star == std::string::npos)
+            return place + piece.size() == text.size();
+        at = place + piece.size();
+        begin = star + 1;
+    }
+}
+
+/// A camera of which every step is taken by the test, and one peer of it.
+class Camera : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(m_server.Listen(0)); }
+
+    /// A frame whose bytes all are its number.
+    void Show(unsigned char number, bool isKey, unsigned int bytes) {
+        const PacketRef packet(CPacket::Acquire(bytes + 20, 0));
+        packet->FrameInit();
+        packet->FrameSetType(isKey ? 1 : 0);
+        packet->FrameSetCodec(1);
+        packet->FrameSetLength(bytes);
+        CKTTime now;
+        packet->FrameSetTime(now);
+        std::memset(packet->FrameGetData(), number, bytes);
+        m_server.Show(packet.get());
+    }
+
+    void Ask(const std::string& text) {
+        const CKTUrl url(m_server.GetUrl().c_str());
+        m_peer.Close();
+        ASSERT_EQ(m_peer.OpenSockEx(url.GetIP(), url.GetPort(), false, 1000), 0);
+        ASSERT_EQ(m_peer.Send(text.data(), static_cast<int>(text.size()), 1000),
+                  static_cast<int>(text.size()));
+    }
+
+    void Turn() {
+        CKTSocketSET set;
+        m_server.Select(set);
+        set.Wait(10);
+        m_server.Poll(set);
+    }
+
+    /// What comes until the connection ends or `until` has come.
+    std::string Take(const std::string& until) {
+        std::string text;
+        std::vector<char> block(1 << 20);
+        for (int turn = 0; turn < 1000; ++turn) {
+            Turn();
+            int count = 0;
+            while ((count = m_peer.OnRecv(nullptr, block.data(), 1 << 20)) > 0)
+                text.append(block.data(), static_cast<std::size_t>(count));
+            if (count < 0 || (!until.empty() && text.find(until) != std::string::npos))
+                return text;
+        }
+        return "no end of: " + text.substr(0, 1000);
+    }
+
+    std::string Exchange(const std::string& request) {
+        Ask(request);
+        return Take("");
+    }
+
+    Server m_server{{"Gate 1", false, 640, 360, 12.5},
+                    Access(Access::kBasic, "eve", "s3cret", "Gate 1")};
+    CKTSocketTCP m_peer;
+};
+
+const std::string kAuthen = "Authorization: Basic ZXZlOnMzY3JldA==\r\n";
+
 }  // namespace
 
-TEST(Camera, CutsAFilmIntoWholeFramesWithLongStartCodes) {
+TEST(CameraParts, CutsAFilmIntoWholeFramesWithLongStartCodes) {
     // A slice before the key frame; filler data and an end of stream behind a frame; padding.
     const std::string sets = "674d001eda050412 68cc ";
     Film film;
@@ -78,7 +160,7 @@ TEST(Camera, CutsAFilmIntoWholeFramesWithLongStartCodes) {
     EXPECT_STREQ(CutFilm(Bytes(" " + sets + "61888d68"), film = Film()), "it holds no key frame");
 }
 
-TEST(Camera, CutsWhatEncodersMake) {
+TEST(CameraParts, CutsWhatEncodersMake) {
     // Frames: ffprobe 5.1.9. The four-byte file was written by another program.
     Film film;
     ASSERT_EQ(CutFilm(Media("h264-main-640x360.h264"), film), nullptr);
@@ -100,7 +182,7 @@ TEST(Camera, CutsWhatEncodersMake) {
     EXPECT_EQ(film.pictures[249].height, 720);
 }
 
-TEST(Camera, PlaysOnScheduleWithTimesThatRiseForEver) {
+TEST(CameraParts, PlaysOnScheduleWithTimesThatRiseForEver) {
     Film film;
     ASSERT_EQ(CutFilm(Media("h265-main10-854x482.h265"), film), nullptr);
     Player player(film, 60);
@@ -123,7 +205,7 @@ TEST(Camera, PlaysOnScheduleWithTimesThatRiseForEver) {
     EXPECT_EQ(player.DueUs() - startUs, 105033333u);
 }
 
-TEST(Camera, ChecksDigest) {
+TEST(CameraParts, ChecksDigest) {
     const Access access(Access::kDigest, "eve", "s3cret", "Gate 1");
     const unsigned long long now = 1000000;
     const std::string nonce = NonceOf(access, now);
@@ -160,7 +242,7 @@ TEST(Camera, ChecksDigest) {
         EXPECT_FALSE(allows(answer, now)) << answer;
 }
 
-TEST(Camera, ChecksBasic) {
+TEST(CameraParts, ChecksBasic) {
     const Access access(Access::kBoth, "eve", "s3:cret", "Gate 1");
     CKTHTTPCommand reply;
     access.Challenge(reply, 0);
@@ -181,4 +263,86 @@ TEST(Camera, ChecksBasic) {
     };
     for (const auto& c : cases)
         EXPECT_EQ(access.Allows(c.answer, "GET", "/", 0), c.allowed) << c.answer;
+}
+
+TEST_F(Camera, AnswersEveryKindOfRequest) {
+    Show(7, true, 5);
+    const struct {
+        std::string request;
+        std::string reply;  // in order, with "*" for anything between
+    } cases[] = {
+        {"GET /snapshot HTTP/1.1\r\n" + kAuthen + "\r\n",
+         "HTTP/1.1 200 OK\r\n*Connection: close\r\n*Content-Type: video/h264\r\n"
+         "Content-Length: 5\r\n\r\n\7\7\7\7\7"},
+        {"HEAD /snapshot HTTP/1.1\r\n" + kAuthen + "\r\n",
+         "HTTP/1.1 200 OK\r\n*Content-Length: 5\r\n\r\n"},
+        {"GET http://camera/describe?x HTTP/1.0\r\n" + kAuthen + "\r\n",
+         "HTTP/1.1 200 OK\r\n*text/xml\r\nContent-Length: *\r\n\r\n<camera name=\"Gate 1\" "
+         "codec=\"H264\" width=\"640\" height=\"360\" fps=\"12.5\" url=\"" +
+             m_server.GetUrl() + "stream\"*"},
+        {"GET /stream HTTP/1.1\r\n\r\n",
+         "HTTP/1.1 401 Unauthorized\r\n*WWW-Authenticate: Basic realm=\"Gate 1\"\r\n*"},
+        {"HEAD /stream HTTP/1.1\r\n" + kAuthen + "\r\n",
+         "HTTP/1.1 200 OK\r\n*Content-Type: multipart/mixed; boundary=ktframe\r\n\r\n"},
+        {"GET / HTTP/1.1\r\n" + kAuthen + "\r\n", "HTTP/1.1 404 Not Found\r\n*"},
+        {"POST /stream HTTP/1.1\r\n" + kAuthen + "Content-Length: 9\r\n\r\nGET / HTT",
+         "HTTP/1.1 405 Method Not Allowed\r\n*Allow: GET, HEAD\r\n*"},
+        {"hello\r\n\r\n", "HTTP/1.1 400 Bad Request\r\n*"},
+        {"GET /describe RTSP/1.0\r\n" + kAuthen + "\r\n", "HTTP/1.1 400 Bad Request\r\n*"},
+        {std::string(40000, 'a'), "HTTP/1.1 400 Bad Request\r\n*"},
+        // Three on one connection, the last of which ends it.
+        {"GET / HTTP/1.1\r\nConnection: keep-alive\r\n\r\nHEAD / HTTP/1.1\r\nConnection: "
+         "keep-alive\r\n\r\nGET /snapshot HTTP/1.1\r\n" +
+             kAuthen + "\r\n",
+         "HTTP/1.1 401 *keep-alive\r\n*raw and /snapshot.\nHTTP/1.1 401 *\r\n\r\nHTTP/1.1 200 *"
+         "\r\n\r\n\7\7\7\7\7"},
+    };
+    for (const auto& c : cases) {
+        const std::string reply = Exchange(c.request);
+        EXPECT_TRUE(Matches(reply, c.reply)) << c.request.substr(0, 200) << reply;
+    }
+}
+
+TEST_F(Camera, ASlowPeerLosesFramesUpToTheNextKeyFrame) {
+    constexpr unsigned int kBytes = 1 << 20;
+    Show(1, true, 10);
+    Ask("GET /raw HTTP/1.1\r\n" + kAuthen + "\r\n");
+    const std::string head = Take("\r\n\r\n");
+    EXPECT_TRUE(Matches(head, "HTTP/1.1 200 *video/h264\r\n\r\n")) << head;
+    Show(2, false, kBytes);  // before its first key frame: not sent
+    for (unsigned char number = 3; number < 53; ++number) {
+        Show(number, number == 3, kBytes);
+        Turn();
+    }
+    const std::string first = Take(std::string(3, '\5'));
+    std::string rest = first;
+    Show(60, false, 10);  // there is room again, but it cannot be decoded
+    Show(61, true, 10);
+    Show(62, false, 10);
+    rest += Take(std::string(10, 62));
+
+    std::string expected;  // all frames up to the first lost one, and those from the key frame on
+    unsigned char number = 3;
+    for (; expected.size() + kBytes <= rest.size(); ++number)
+        expected.append(kBytes, static_cast<char>(number));
+    EXPECT_GT(number, 10);
+    EXPECT_LT(number, 53);
+    expected += std::string(10, 61) + std::string(10, 62);
+    EXPECT_TRUE(rest == expected) << rest.size();
+}
+
+TEST_F(Camera, FramesTheStreamInParts) {
+    Ask("GET /stream HTTP/1.1\r\n" + kAuthen + "\r\n");
+    Take("boundary=ktframe\r\n\r\n");
+    Show(7, true, 100000);
+    Show(8, false, 6);
+    const std::string parts = Take(std::string(6, '\10'));
+    const std::string first =
+        "--ktframe\r\nContent-Type: application/octet-stream\r\nContent-Length: 100020\r\n\r\n";
+    const std::string second =
+        "--ktframe\r\nContent-Type: application/octet-stream\r\nContent-Length: 26\r\n\r\n";
+    EXPECT_EQ(parts.substr(0, first.size() + 4), first + std::string("\0\0\1\xE1", 4));
+    EXPECT_EQ(parts.substr(first.size() + 100020, second.size() + 4),
+              second + std::string("\0\0\1\xE0", 4));
+    EXPECT_EQ(parts.size(), first.size() + 100020 + second.size() + 26);
 }
