@@ -257,8 +257,11 @@ public:
     CKTHTTPSocket();
     ~CKTHTTPSocket() override;
 
-    /// Sends content to url (null: the last one) and replaces it by the answer's body. timeout
-    /// counts in 5 ms: 200 is one second. Returns the status code, or -1.
+    /// Sends content to url and replaces it by the answer's body. timeout counts in 5 ms for the
+    /// answer, 200 is one second, and in ms for the sending. A url that differs from the last one
+    /// in case alone counts as the last one. Returns the status code, itself -1 for a malformed
+    /// status line; -1 for a null argument, a url other than http: and rtsp:, and when the exchange
+    /// fails. The connection is closed.
     int Commit(const char* method, const char* url, CKTString* content, unsigned int timeout);
     CKTHTTPCommand* GetRequest();   ///< Borrowed.
     CKTHTTPCommand* GetResponse();  ///< Borrowed.
@@ -267,17 +270,27 @@ protected:
     /// Sends head and content. Returns 0; -1 when not open, for null, and when not all was sent in
     /// time.
     int SendRequ(CKTHTTPCommand* request, CKTString* content, unsigned int timeoutMs);
-    /// Reads a response to its end within timeout times 5 ms. Returns 0, or -1. A head larger than
-    /// the receive buffer never ends.
+    /// Reads the answer to the request sent last to its end within timeout times 5 ms, past interim
+    /// ones (1xx). Returns 0, or -1. A head or chunk larger than the receive buffer never ends.
     int RecvResp(CKTHTTPCommand* response, CKTString* content, unsigned int timeout);
+
+private:
+    int Exchange(CKTString* content, unsigned int timeout);
+    int Consume(CKTHTTPCommand& response, CKTString& content);
+    bool SendAll(const CKTString& data, unsigned int timeoutMs);
+
+    CKTHTTPUrl m_target;
+    CKTHTTPCommand m_request;
+    CKTHTTPCommand m_response;
+    bool m_sentHead;  // the request sent last is a HEAD
 };
 
 /// One connection of a client (Acquire, Commit) or of a server (Acquire, Accept), counted. A loop
 /// around Polling moves its bytes; the calls below work on the send and receive buffers alone.
 ///
-/// Locks: Polling parses heads and sends under the I/O lock, which it never holds while it waits.
-/// Other threads take it around their own use of commands and buffers. Reference count and state
-/// have a lock of their own. Commit and HTTPCommit belong to one thread at a time.
+/// Locks: Polling reads, parses heads and sends under the I/O lock, which it never holds while it
+/// waits. Other threads take it around their own use of commands, buffers and Close. Reference count
+/// and state have a lock of their own. Polling, Commit and HTTPCommit belong to one thread at a time.
 class KTBASE_API CKTHTTPSession : public CKTSocketTCP {
 public:
     /// With one reference, the caller's.
@@ -288,7 +301,8 @@ public:
     /// Each returns the new count. The last Release closes and deletes the session.
     virtual int AddRef();
     virtual int Release();
-    /// As CKTSocketTCP::Accept; makes this a server's session.
+    /// As CKTSocketTCP::Accept; makes this a server's session. What an older connection has left in
+    /// the receive buffer is dropped; the commands stay as they are.
     int Accept(unsigned long long listenHandle) override;
 
     void Lock();  ///< the I/O lock
@@ -314,42 +328,80 @@ public:
     int SendRequContent(CKTHTTPCommand* cmd, const char* data, unsigned long long length);
     int SendRespContent(CKTHTTPCommand* cmd, const char* data, unsigned long long length);
     /// Take a head off the receive buffer unless cmd (null: the session's own) has one. Return its
-    /// length, or 0.
+    /// length, or 0. Polling does so when bytes arrive: a head that came along with the message
+    /// before it is taken by this call, after Reset.
     int RecvRequ(CKTHTTPCommand* cmd);
     int RecvResp(CKTHTTPCommand* cmd);
-    /// Takes what has arrived of cmd's body off the receive buffer, appended to content. Returns
-    /// the bytes taken; 0: nothing to take; negative as ParseContent.
+    /// Takes what has arrived of cmd's body (null: of what this side receives) off the receive
+    /// buffer, appended to content. Returns the bytes taken; 0: nothing to take; negative as
+    /// ParseContent.
     int RecvRequContent(CKTHTTPCommand* cmd, CKTString& content);
 
     /// Waits up to timeoutMs for the connection, then reads, parses a head that is due, and sends.
     /// Returns 1; 0 when nothing happened; -1; -7 without a connection; -18 when it has failed or
-    /// the peer has closed it: it is closed then. While the receive buffer is full nothing is read.
+    /// the peer has closed it: it is closed then, and what was received is still there. While the
+    /// receive buffer is full nothing is read. Any handle will do, however large.
     int Polling(unsigned int timeoutMs);
 
     /// One exchange: sends content (contentLength 0: up to its NUL) and reads the answer into
-    /// GetResponse(), its body into GetResponse()->GetContent(). Credentials of the URL go along as
-    /// Basic; a 401 is answered once with Digest. A body larger than the room in the send buffer is
-    /// cut. https and wss use TLS (see SetVerify). timeoutMs counts anew for the head and for the
-    /// body; 0: none. Returns 0 whatever the code, but -16 when the second answer is not 200; -1;
-    /// -2 when the time ran out; -4 for a bad URL; -7 on a server's session; -10 for contentLength
-    /// above 32 bits; -16 also when the challenge does not read. The connection is closed.
+    /// GetResponse(), its body into GetResponse()->GetContent(). Interim answers (1xx) are passed
+    /// over; the answer to HEAD, a 204 and a 304 end at their head. Credentials of the URL go along
+    /// as Basic; a 401 is answered once with Digest. A body larger than the room in the send buffer
+    /// is cut. https and wss use TLS (see SetVerify). timeoutMs counts anew for the head and for
+    /// the body, and not for resolving, connecting with TLS and shaking hands; 0: none. Returns 0
+    /// whatever the code, but -16 when the second answer is not 200; -1, without a time-out also
+    /// when a head or chunk is larger than the receive buffer; -2 when the time ran out; -4 for a
+    /// bad URL or a null method; -6; -7 on a server's session; -10 for contentLength above 32 bits;
+    /// -16 also when the challenge does not read. The connection is closed.
     int Commit(const char* method, const char* url, const char* content,
                unsigned long long contentLength, const char* contentType, unsigned int timeoutMs);
     /// Sets the target of HTTPCommit. Returns 0, or -4 when url is empty.
     int HTTPOpen(const CKTUrl& url);
     /// One exchange with the target of HTTPOpen, with GetRequest() as the owner has filled it. On a
-    /// 401 whose challenge reads it is sent once more. Body and answer may be null. Returns 0 for a
-    /// 200; -16 for a 401; -1 for another code; else as Commit. The connection is closed.
+    /// 401 whose challenge reads it is sent once more as it is. Body and answer may be null. Returns
+    /// 0 for a 200; -16 for a 401; -1 for another code; else as Commit. The connection is closed.
     int HTTPCommit(CKTString* request, CKTString* response, unsigned int timeoutMs);
 
-    /// From now on Commit answers a 401 as RFC 7616 says: any of several challenges in any order,
-    /// SHA-256 before MD5, with qop where one was offered.
+    /// From now on Commit and HTTPCommit answer a 401 as RFC 7616 says: any of several challenges
+    /// in any order, SHA-256 before MD5, with qop where one was offered; with Basic where nothing
+    /// else was.
     void SetDigestFull(bool on);
 
 protected:
     ~CKTHTTPSession() override;
+    /// The exchange of Commit, once, with GetRequest() as it stands. Returns 0 when the answer is
+    /// there; else as Commit. The connection stays open.
     int OnCommit(const char* content, unsigned long long contentLength);
     int OnHTTPCommit(CKTString* request, CKTString* response);
+
+private:
+    int Exchange(const char* body, unsigned long long length, CKTString& answer);
+    int BuildExchange(const char* body, unsigned long long length);
+    int OpenTarget();
+    int AwaitHead();
+    int AwaitBody(CKTString& answer);
+    int AwaitMore();
+    bool TakeFinalHead();
+    bool IsRecvFull();
+    bool TakeChallenge(bool authorize);
+    bool ReadChallenges(CKTHTTPAuthen& authen) const;
+    bool IsStale();
+    bool IsTargetSecure() const;
+    bool Transfer(bool read, bool write);
+    int Receive();
+    void CloseLocked();
+
+    bool m_server;
+    CKTMutex m_ioLock;
+    CKTHTTPCommand m_request;
+    CKTHTTPCommand m_response;
+    CKTMutex m_refLock;  // innermost
+    int m_refs;
+    unsigned int m_state;
+    unsigned long long m_timeoutStartMs;
+    unsigned int m_timeoutMs;  // 0: none
+    CKTUrl m_target;
+    bool m_digestFull;
 };
 
 #endif

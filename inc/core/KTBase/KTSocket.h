@@ -251,6 +251,11 @@ public:
     /// Close.
     const char* GetSslReason() const;
 
+protected:
+    bool IsUsingSsl() const;
+    /// Whether bytes can be read although the handle may have none: TLS has decrypted them already.
+    bool HasDecrypted() const;
+
 private:
     /// The layer while TLS is in use, else null.
     CKTSsl* UsedSsl() const;

@@ -221,6 +221,15 @@ const char* CKTSocketTCP::GetSslReason() const {
     return m_ssl != nullptr ? m_ssl->GetReason() : "";
 }
 
+bool CKTSocketTCP::IsUsingSsl() const {
+    return UsedSsl() != nullptr;
+}
+
+bool CKTSocketTCP::HasDecrypted() const {
+    const CKTSsl* ssl = UsedSsl();
+    return ssl != nullptr && ssl->HasDecrypted();
+}
+
 // ---- timed ----
 
 int CKTSocketTCP::Send(const char* data, int length, unsigned int timeoutMs) {
@@ -281,7 +290,7 @@ int CKTSocketTCP::OnRecv(fd_set* ready, char* buffer, int size) {
     if (!IsValid() || buffer == nullptr || size < 1)
         return KT_ERROR;
     CKTSsl* ssl = UsedSsl();
-    if (ssl == nullptr || !ssl->HasDecrypted()) {
+    if (!HasDecrypted()) {
         const int state = CheckReady(ready, false);
         if (state < 1)
             return state;

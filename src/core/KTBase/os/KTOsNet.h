@@ -72,6 +72,17 @@ enum class KTOsWait { Read, Write, Connect };
 /// ran out, -1 when the wait failed. Takes any handle.
 int KTOsSocketWait(unsigned long long handle, KTOsWait what, unsigned int timeoutMs);
 
+/// What to wait for, or what a wait has found.
+struct KTOsReady {
+    bool read = false;   // also: failed, or closed by the peer
+    bool write = false;  // also: failed
+    bool error = false;  // urgent data, and where the system tells it apart a failed connect
+};
+/// Waits for several things at once, for errors always; with neither of the others wanted the time
+/// may have to run out first. Otherwise as KTOsSocketWait.
+int KTOsSocketWaitAny(unsigned long long handle, const KTOsReady& wanted, unsigned int timeoutMs,
+                      KTOsReady& found);
+
 /// Turns local, of IPv4, into what a member of a group that uses this interface binds to.
 void KTOsMulticastBindAddress(sockaddr_in& local);
 bool KTOsMulticastInterface(unsigned long long handle, const in_addr& local);

@@ -131,6 +131,27 @@ int CountBits(const fd_set& set) {
     return count;
 }
 
+/// Waits for the first count of entry, which is 1 or 0. Returns as KTOsSocketWait.
+int Poll(pollfd& entry, nfds_t count, unsigned int timeoutMs) {
+    const Deadline deadline(timeoutMs);
+    while (entry.fd >= 0) {
+        const unsigned int leftMs = deadline.LeftMs();
+        const int waitMs = deadline.IsEndless() ? -1 : leftMs > INT_MAX ? INT_MAX : leftMs;
+        const int ready = poll(&entry, count, waitMs);
+        if (ready > 0 && (entry.revents & POLLNVAL) != 0)
+            break;
+        if (ready > 0)
+            return 1;
+        if (ready < 0 && errno != EINTR)
+            return -1;
+        if (!deadline.IsEndless() && deadline.LeftMs() == 0)
+            return 0;
+    }
+    entry.revents = 0;
+    errno = EBADF;
+    return -1;
+}
+
 }  // namespace
 
 void KTOsNetOpen() {}
@@ -311,27 +332,20 @@ int KTOsSocketRecvFrom(unsigned long long handle, void* buffer, int size, sockad
 }
 
 int KTOsSocketWait(unsigned long long handle, KTOsWait what, unsigned int timeoutMs) {
-    const Deadline deadline(timeoutMs);
     pollfd entry = {Fd(handle), static_cast<short>(what == KTOsWait::Read ? POLLIN : POLLOUT), 0};
-    if (entry.fd < 0) {
-        errno = EBADF;
-        return -1;
-    }
-    for (;;) {
-        const unsigned int leftMs = deadline.LeftMs();
-        const int waitMs = deadline.IsEndless() ? -1 : leftMs > INT_MAX ? INT_MAX : leftMs;
-        const int count = poll(&entry, 1, waitMs);
-        if (count > 0 && (entry.revents & POLLNVAL) != 0) {
-            errno = EBADF;
-            return -1;
-        }
-        if (count > 0)
-            return 1;
-        if (count < 0 && errno != EINTR)
-            return -1;
-        if (!deadline.IsEndless() && deadline.LeftMs() == 0)
-            return 0;
-    }
+    return Poll(entry, 1, timeoutMs);
+}
+
+int KTOsSocketWaitAny(unsigned long long handle, const KTOsReady& wanted, unsigned int timeoutMs,
+                      KTOsReady& found) {
+    const int events = POLLPRI | (wanted.read ? POLLIN : 0) | (wanted.write ? POLLOUT : 0);
+    pollfd entry = {Fd(handle), static_cast<short>(events), 0};
+    // A dead connection shows whatever is asked for: it would end a wait for nothing for ever.
+    const int result = Poll(entry, wanted.read || wanted.write, timeoutMs);
+    found.read = wanted.read && (entry.revents & (POLLIN | POLLHUP | POLLERR)) != 0;
+    found.write = wanted.write && (entry.revents & (POLLOUT | POLLHUP | POLLERR)) != 0;
+    found.error = (entry.revents & POLLPRI) != 0;
+    return result;
 }
 
 // ---- multicast ----

@@ -323,6 +323,24 @@ int KTOsSocketWait(unsigned long long handle, KTOsWait what, unsigned int timeou
     return count > 0 ? 1 : count;
 }
 
+int KTOsSocketWaitAny(unsigned long long handle, const KTOsReady& wanted, unsigned int timeoutMs,
+                      KTOsReady& found) {
+    fd_set read, write, error;
+    FD_ZERO(&read);
+    FD_ZERO(&write);
+    FD_ZERO(&error);
+    if (wanted.read)
+        KTOsSetAdd(read, handle, 1);
+    if (wanted.write)
+        KTOsSetAdd(write, handle, 1);
+    KTOsSetAdd(error, handle, 1);
+    const int count = KTOsSetWait(handle, read, write, error, timeoutMs);
+    found.read = count > 0 && KTOsSetHas(read, handle);
+    found.write = count > 0 && KTOsSetHas(write, handle);
+    found.error = count > 0 && KTOsSetHas(error, handle);
+    return count > 0 ? 1 : count;
+}
+
 // ---- multicast ----
 
 void KTOsMulticastBindAddress(sockaddr_in&) {}
