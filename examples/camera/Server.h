@@ -48,7 +48,7 @@ private:
     void AcceptClient();
     int CodeOf(const CKTHTTPCommand& request, std::string& path) const;
     void Answer(Client& client, const CKTHTTPCommand& request);
-    void AnswerPath(Client& client, CKTHTTPCommand& reply, const std::string& path, bool isHead,
+    void AnswerPath(Client& client, CKTHTTPCommand& head, const std::string& path, bool isHead,
                     bool keep);
     std::string DescribeXml() const;
 
