@@ -3,6 +3,8 @@
 #ifndef KTBASE_KTHTTP_H
 #define KTBASE_KTHTTP_H
 
+#include <cstddef>
+
 #include "KTBase/KTDefs.h"
 #include "KTBase/KTListT.h"
 #include "KTBase/KTLock.h"
@@ -195,6 +197,81 @@ protected:
     /// Appends name, value, CR and LF. False for null value and when head cannot grow.
     bool BuildLine(CKTString& head, const char* name, const char* value);
     bool BuildLine(CKTString& head, const char* name, unsigned int value);
+
+private:
+    struct Inflate;
+
+    bool IsInHead(const char* text) const;
+    void Store(char*& field, const char* text);
+    void StoreCopy(char*& field, const char* begin, std::size_t length);
+    void Free(char* text);
+    void FreeFields();
+    void FreeHead();
+    void AddText(CKTListT<char*>*& list, const char* text);
+    void FreeList(CKTListT<char*>*& list);
+
+    int TakeHead(const char* data, int length);
+    void ParseRequestLine(char* line);
+    void ParseStatusLine(char* line);
+    bool TakeLine(char*& field, const char* line, const char* name);
+    bool TakeContentType(const char* line);
+    bool TakeChallenge(const char* line);
+    bool BuildOptional(CKTString& head, const char* name, const char* value);
+    bool BuildSession(CKTString& head);
+    bool BuildLength(CKTString& head);
+
+    int ParseBody(const char* data, int length, int head, CKTString* content);
+    int ParsePlain(const char* data, int length, CKTString& content);
+    int TakeBody(const char* data, unsigned int count, bool compressed, CKTString& content);
+    int Expand(const char* data, unsigned int count, CKTString& content);
+    int ExpandPiece(const char* data, unsigned int count, CKTString& content);
+    bool IsCut() const;
+    void FreeInflate();
+    int AppendChunk(CKTString& out, const char* data, unsigned int count);
+
+    static char* CKTHTTPCommand::*const s_texts[21];  // all texts below
+
+    int m_code = 0;
+    char* m_error = nullptr;
+    char* m_method = nullptr;
+    char* m_protocol = nullptr;
+    char* m_uri = nullptr;
+    char* m_host = nullptr;
+    char* m_location = nullptr;
+    char* m_authen = nullptr;
+    char* m_authenWWW = nullptr;
+    char* m_authenDigestWWW = nullptr;
+    char* m_agent = nullptr;
+    char* m_accept = nullptr;
+    char* m_acceptEncoding = nullptr;
+    char* m_transport = nullptr;
+    char* m_range = nullptr;
+    bool m_keepalive = false;
+    bool m_chunked = false;
+    bool m_cached = false;
+    bool m_gzip = false;
+    char* m_cookie = nullptr;
+    char* m_mimever = nullptr;
+    char* m_contendesc = nullptr;
+    unsigned short m_sn = 0;
+    unsigned short m_timeout = 0;  // seconds
+    char* m_session = nullptr;
+    char* m_disposition = nullptr;
+    CKTListT<char*>* m_setCookies = nullptr;  // values of Set-Cookie lines; null before the first
+    char* m_boundary = nullptr;
+    char* m_type = nullptr;
+    unsigned int m_len = 0;
+    unsigned int m_done = 0;  // bytes of the body received or built
+    CKTString m_content;
+
+    CKTListT<char*>* m_challenges = nullptr;  // values of WWW-Authenticate lines
+    // Copy of the head parsed, cut into lines. A text of these fields either lies in it or is a
+    // heap block of its own.
+    char* m_head = nullptr;
+    std::size_t m_headBytes = 0;
+    Inflate* m_inflate = nullptr;  // null before the first compressed bytes
+    bool m_inflateOn = false;
+    unsigned int m_maxOut = 0;
 };
 
 /// One set of credentials and the server's last challenge; reads and writes the values of
@@ -248,6 +325,34 @@ public:
     int ParseChallenge(const char* challenge);
     /// Answers the challenge of ParseChallenge in full: RFC 7616 or Basic. Raises nc.
     const char* GetAuthorization(const char* method, const char* uri);
+
+private:
+    struct Challenge;
+
+    // What the challenge held asks for, the strongest last.
+    enum Scheme : unsigned int { kNone, kBasic, kMD5, kSHA256 };
+
+    bool Respond(bool sha256, const char* method, const char* uri, const char* cnonce,
+                 char* out) const;
+    const char* Digest(const char* method, const char* uri, const char* qop);
+    const char* Keep(CKTString& value);
+    int Take(const Challenge& challenge);
+    void StartCount();
+    void Swap(CKTHTTPAuthen& other);
+
+    static char* CKTHTTPAuthen::*const s_texts[8];  // all texts below
+
+    bool m_digest = false;
+    char* m_user = nullptr;
+    char* m_password = nullptr;
+    char* m_realm = nullptr;
+    char* m_nonce = nullptr;
+    char* m_result = nullptr;
+    char* m_qop = nullptr;
+    unsigned int m_nonceCount = 0;
+    char* m_opaque = nullptr;
+    char* m_algorithm = nullptr;  // as received
+    Scheme m_scheme = kNone;
 };
 
 /// Client for single requests: opens a connection for each, waits for the answer, and closes.

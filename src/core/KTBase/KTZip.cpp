@@ -10,15 +10,11 @@
 #include "KTBase/KTFile.h"
 #include "KTBase/KTObject.h"
 #include "KTBase/KTString.h"
+#include "KTInflater.h"
 #include "KTOwnBuffer.h"
 #include "os/KTOsFile.h"
 
 namespace {
-
-// zlib's window bits: the largest window, and how the data is wrapped.
-constexpr int kGzipOnly = 15 + 16;
-constexpr int kGzipOrZlib = 15 + 32;
-constexpr int kZlibOnly = 15;
 
 int MapError(int zlibResult) {
     switch (zlibResult) {
@@ -72,39 +68,6 @@ private:
     unsigned char* m_copy;
 };
 
-/// An inflating stream, ended with the object.
-class Inflater {
-public:
-    Inflater(int windowBits, const Bytef* data, unsigned int len) : m_stream{} {
-        m_stream.next_in = const_cast<Bytef*>(data);  // zlib does not write there
-        m_stream.avail_in = len;
-        m_ready = inflateInit2(&m_stream, windowBits) == Z_OK;
-    }
-    ~Inflater() {
-        if (m_ready)
-            inflateEnd(&m_stream);
-    }
-    Inflater(const Inflater&) = delete;
-    Inflater& operator=(const Inflater&) = delete;
-
-    bool IsReady() const { return m_ready; }
-    unsigned int Left() const { return m_stream.avail_in; }
-    bool Restart() { return inflateReset(&m_stream) == Z_OK; }
-
-    /// Expands into room bytes at dst. size receives the bytes made. Returns zlib's result.
-    int Expand(Bytef* dst, unsigned int room, int flush, unsigned int& size) {
-        m_stream.next_out = dst;
-        m_stream.avail_out = room;
-        const int result = inflate(&m_stream, flush);
-        size = room - m_stream.avail_out;
-        return result;
-    }
-
-private:
-    z_stream m_stream;
-    bool m_ready;
-};
-
 /// Length of data, taken up to its NUL for len below 0.
 std::size_t TextLength(const char* data, int len) {
     return len < 0 ? std::strlen(data) : static_cast<std::size_t>(len);
@@ -135,7 +98,7 @@ int DeflateOver(CKTString& out, z_stream& stream, const Bytef* data, unsigned in
 }
 
 int ExpandAll(CKTString& out, const Bytef* data, unsigned int len, unsigned int limit) {
-    Inflater stream(kGzipOrZlib, data, len);
+    KTInflater stream(kKTGzipOrZlib, data, len);
     if (!stream.IsReady())
         return KT_NO_MEMORY;
     Bytef chunk[16384];
@@ -247,7 +210,7 @@ int KTGZIPDataCompress(CKTString& out, const char* data, unsigned int len) {
     z_stream stream = {};
     // Any zlib of this generation will do, not only the one whose header was compiled in.
     const int opened =
-        deflateInit2_(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, kGzipOnly, MAX_MEM_LEVEL,
+        deflateInit2_(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, kKTGzipOnly, MAX_MEM_LEVEL,
                       Z_DEFAULT_STRATEGY, "1.2.11", static_cast<int>(sizeof(stream)));
     if (opened != Z_OK)
         return MapError(opened);
@@ -261,7 +224,7 @@ int KTGZIPDataUncompress(CKTString& out, const void* data, unsigned int len) {
     out.Empty(true);
     if (data == nullptr)
         return KT_ARGUMENT;
-    Inflater stream(kGzipOnly, source.Data(), len);
+    KTInflater stream(kKTGzipOnly, source.Data(), len);
     if (source.Data() == nullptr || !stream.IsReady())
         return KT_NO_MEMORY;
     Bytef chunk[1024];
@@ -280,7 +243,7 @@ int KTZIPDataUncompress(CKTString& out, const void* data, unsigned int len) {
     const Source source(out, data, len);
     if (source.Data() == nullptr || !Reserve(out, 2ull * len))
         return KT_NO_MEMORY;
-    Inflater stream(kZlibOnly, source.Data(), len);
+    KTInflater stream(kKTZlibOnly, source.Data(), len);
     if (!stream.IsReady())
         return KT_NO_MEMORY;
     int result = Z_OK;
