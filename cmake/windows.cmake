@@ -13,7 +13,8 @@ else()
     set(cache $ENV{HOME}/.cache)
 endif()
 set(CMAKE_FIND_ROOT_PATH
-    /usr/x86_64-w64-mingw32 ${cache}/ktbase/windows/googletest ${cache}/ktbase/windows/openssl)
+    /usr/x86_64-w64-mingw32 ${cache}/ktbase/windows/googletest ${cache}/ktbase/windows/jsoncpp
+    ${cache}/ktbase/windows/openssl)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

@@ -3,6 +3,7 @@
 #define KTBASE_KTBASE_H
 
 #include "KTBase/KTAsync.h"
+#include "KTBase/KTBuf.h"
 #include "KTBase/KTCodec.h"
 #include "KTBase/KTDebug.h"
 #include "KTBase/KTDefs.h"
@@ -10,6 +11,7 @@
 #include "KTBase/KTFile.h"
 #include "KTBase/KTH26X.h"
 #include "KTBase/KTHttp.h"
+#include "KTBase/KTJson.h"
 #include "KTBase/KTList.h"
 #include "KTBase/KTListT.h"
 #include "KTBase/KTLock.h"
@@ -28,6 +30,7 @@
 #include "KTBase/KTThread.h"
 #include "KTBase/KTThreadPool.h"
 #include "KTBase/KTTime.h"
+#include "KTBase/KTTimeMask.h"
 #include "KTBase/KTTimer.h"
 #include "KTBase/KTUrl.h"
 #include "KTBase/KTUser.h"
