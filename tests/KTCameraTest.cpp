@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Access.h"
+#include "Discovery.h"
 #include "Film.h"
 #include "Server.h"
 #include "Stream.h"
@@ -345,4 +346,27 @@ TEST_F(Camera, FramesTheStreamInParts) {
     EXPECT_EQ(parts.substr(first.size() + 100020, second.size() + 4),
               second + std::string("\0\0\1\xE0", 4));
     EXPECT_EQ(parts.size(), first.size() + 100020 + second.size() + 26);
+}
+
+TEST(CameraParts, AnswersDiscoveryAndNothingElse) {
+    CKTSocketUDP asker;
+    ASSERT_EQ(asker.Bind("127.0.0.1"), 0);
+    ASSERT_EQ(asker.Open(nullptr, 0), 0);
+    CKTSocketAddress camera("127.0.0.1");  // the group itself cannot be heard under Wine
+    camera.SetPort(asker.GetLocal()->GetPort() ^ 1);
+    Discovery discovery("http://127.0.0.1:80/", "Gate 1");
+    ASSERT_TRUE(discovery.Open("239.255.80.1", camera.GetPort()));
+    const CKTString questions[] = {"ktdiscover 2", CKTString(std::string(2000, 'x').c_str()),
+                                   "ktdiscover 1"};
+    for (const CKTString& question : questions) {
+        asker.Send(&question, &camera);
+        ASSERT_GT(asker.OnSend(nullptr), 0);
+        CKTSocketSET set;
+        discovery.Select(set);
+        set.Wait(5000);
+        discovery.Poll(set);
+    }
+    char answer[100] = {};
+    EXPECT_EQ(asker.Recv(answer, 99, 5000), 38);
+    EXPECT_STREQ(answer, "ktcamera 1 http://127.0.0.1:80/ Gate 1");
 }
