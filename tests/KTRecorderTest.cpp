@@ -121,7 +121,7 @@ TEST(Recorder, ReadsNumbersAndAnswersStrictly) {
     for (const char* const text :
          {"", "ktcamera 1 ", "ktcamera 2 http://127.0.0.1:8001/ x", "ktcamera 1  http://h:1/",
           "ktcamera 1 rtsp://127.0.0.1:8001/ x", "ktcamera 1 http://u:p@127.0.0.1:8001/ x",
-          "ktcamera 1 http:// x", "ktdiscover 1"})
+          "ktcamera 1 http:// x", "ktdiscover 1", "ktcamera 1 http://h\x1b[2J:1/ x"})
         EXPECT_FALSE(ReadAnswer(text, url)) << text;
 }
 
