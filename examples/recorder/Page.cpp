@@ -80,8 +80,12 @@ void AppendTimeline(const RecorderStatus& status, const CameraStatus& camera, CK
     const unsigned int past =
         std::min(status.elapsed - std::min(first, status.elapsed), status.windowCount);
     unsigned int recorded = 0;
-    for (const Run& run : camera.runs)
+    unsigned int missing = past;  // the second that runs is not missing yet
+    for (const Run& run : camera.runs) {
         recorded += run.count;
+        missing -=
+            std::min(run.first - first + run.count, past) - std::min(run.first - first, past);
+    }
     out.Append(
         "<div><div class=\"caption soft\"><span>timeline</span><span>"
         "<span class=\"key there\"></span>%u s recorded<span class=\"key gap\"></span>%u s missing"
@@ -89,9 +93,8 @@ void AppendTimeline(const RecorderStatus& status, const CameraStatus& camera, CK
         "<svg class=\"time\" viewBox=\"0 0 %u %u\" preserveAspectRatio=\"none\" role=\"img\" "
         "aria-label=\"%u seconds recorded in %zu pieces, %u seconds missing\">"
         "<rect class=\"gap\" y=\"%u\" width=\"%u\" height=\"%u\"/>",
-        recorded, past - std::min(past, recorded), status.windowCount, kTimeHeight, recorded,
-        camera.runs.size(), past - std::min(past, recorded), kTimeHeight * 3 / 4, past,
-        kTimeHeight / 4);
+        recorded, missing, status.windowCount, kTimeHeight, recorded, camera.runs.size(), missing,
+        kTimeHeight * 3 / 4, past, kTimeHeight / 4);
     for (const Run& run : camera.runs)
         out.Append("<rect class=\"there\" x=\"%u\" width=\"%u\" height=\"%u\"/>", run.first - first,
                    run.count, kTimeHeight);
@@ -126,6 +129,7 @@ void AppendCamera(const RecorderStatus& status, const CameraStatus& camera, CKTS
                  camera.queue * 2 > camera.queueLimit);
     AppendFigure(out, "dropped", std::to_string(camera.drops), camera.drops != 0);
     AppendFigure(out, "losses", std::to_string(camera.losses), camera.losses != 0);
+    AppendFigure(out, "bad parts", std::to_string(camera.badParts), camera.badParts != 0);
     out.AppendSTR("</dl>", 0);
     AppendRateChart(camera, out);
     AppendTimeline(status, camera, out);

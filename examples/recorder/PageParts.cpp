@@ -38,7 +38,7 @@ progress {
 progress::-webkit-progress-bar { background: var(--track); }
 progress::-webkit-progress-value { background: var(--accent); }
 progress::-moz-progress-bar { background: var(--accent); }
-dl { display: grid; gap: 0.7rem 0.8rem; grid-template-columns: repeat(auto-fit, minmax(5.4rem, 1fr)); }
+dl { display: grid; gap: 0.7rem 0.8rem; grid-template-columns: repeat(3, 1fr); }
 dt { color: var(--soft); font-size: 0.82rem; }
 dd { font-weight: 600; white-space: nowrap; }
 .total { margin: 1.1rem 0; grid-template-columns: repeat(auto-fit, minmax(9rem, 1fr)); }

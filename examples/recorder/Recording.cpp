@@ -107,26 +107,29 @@ bool Recording::IsTaken(const std::string& stem) {
     return false;
 }
 
+/// Opens the pair with the next number that is free.
 const char* Recording::Open(const CPacket& key) {
-    std::string stem;
-    do {
-        if (++m_number > kMostFiles)
-            return "there are too many files of this name";
-        stem = m_folder + "/" + m_name;
-        if (m_number > 1)
-            stem += "-" + std::to_string(m_number);
-    } while (IsTaken(stem));
-    m_path = stem + (key.FrameIsH265() ? ".h265" : ".h264");
-    // Appending never empties a file that another program has made meanwhile.
-    int result = m_frames.Open(m_path.c_str(), "a");
-    if (result == KT_OK)
-        result = m_index.Open((m_path + kIndex).c_str(), "a");
     m_frameBytes = 0;
     m_indexBytes = 0;
-    if (result == KT_OK)
-        return nullptr;
-    m_frames.Close();
-    return Reason(result);
+    while (++m_number <= kMostFiles) {
+        std::string stem = m_folder + "/" + m_name;
+        if (m_number > 1)
+            stem += "-" + std::to_string(m_number);
+        if (IsTaken(stem))
+            continue;
+        m_path = stem + (key.FrameIsH265() ? ".h265" : ".h264");
+        int result = m_frames.Open(m_path.c_str(), "a");
+        if (result == KT_OK)
+            result = m_index.Open((m_path + kIndex).c_str(), "a");
+        if (result == KT_OK && m_frames.GetSize() == 0 && m_index.GetSize() == 0)
+            return nullptr;
+        m_frames.Close();
+        m_index.Close();
+        if (result != KT_OK)
+            return Reason(result);
+        // Another program was quicker: appending has not touched what it wrote.
+    }
+    return "there are too many files of this name";
 }
 
 const char* Recording::GiveUp(int result) {
