@@ -209,7 +209,6 @@ void AppendLive(const RecorderStatus& status, CKTString& out) {
 }
 
 void AppendPage(const RecorderStatus& status, CKTString& out) {
-    out.AllocBuffer(kPageBytes);
     out.AppendSTR(
         "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">\n"
         "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
