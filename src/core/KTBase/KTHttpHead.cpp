@@ -122,7 +122,8 @@ int CKTHTTPCommand::ParseRequest(const char* data, int length) {
     char* line = lines.Next();
     if (line != nullptr)
         ParseRequestLine(line);
-    while ((line = lines.Next()) != nullptr) {
+    // A derived command may reset this one on a line it does not like.
+    while (m_head != nullptr && (line = lines.Next()) != nullptr) {
         if (!ParseHeadLine(line))
             ParseOther(line);
     }
@@ -139,7 +140,7 @@ int CKTHTTPCommand::ParseResponse(const char* data, int length) {
     char* line = lines.Next();
     if (line != nullptr)
         ParseStatusLine(line);
-    while ((line = lines.Next()) != nullptr)
+    while (m_head != nullptr && (line = lines.Next()) != nullptr)
         ParseHeadLine(line);
     return taken;
 }
