@@ -66,12 +66,13 @@ public:
     /// Parses a text file. Also -1 when it cannot be read; -11 when the path leads nowhere.
     int Load(const char* path);
     /// Appends the node as text: in one line, or with a member or item in each line and a tab for
-    /// each level. Doubles get the digits they need to be read back the same. -6 when out cannot
-    /// grow.
+    /// each level. All doubles get as many digits, 15 to 17, as the neediest of them needs to be
+    /// read back the same. -6 when out cannot grow.
     int ToString(CKTString& out, bool indented) const;
-    /// Writes a text file. It replaces an older one when it is complete and on the medium, so that
-    /// a power failure leaves either; until then it is path with ".new" behind it. Also the codes
-    /// of IKWFile: -8 when the medium is full, -11 without the folder, -1.
+    /// Writes a text file, a new one with the access rights of new files. It replaces an older one
+    /// when it is complete and on the medium, so that a power failure leaves either; until then it
+    /// is path with ".new" behind it. Also the codes of IKWFile: -8 when the medium is full, -11
+    /// without the folder, -1.
     int Save(const char* path, bool indented) const;
 
     // ---- what the node is ----
@@ -151,7 +152,7 @@ public:
     ///     }
     ///
     /// T is what Get takes, a record with such a member Exchange, or a list: CKTListP of records,
-    /// or a container of the language with a size, such as std::vector, of any of these.
+    /// or a sequence of the language, such as std::vector, of any of these (but no vector<bool>).
     /// A member that is missing or null leaves value as it was: -11. Of a record that fails, the
     /// fields before the failure may have been read; of a list, all items are read or none. Saving
     /// a record into a member that is an object keeps what that has beside the record's fields.

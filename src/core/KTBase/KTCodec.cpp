@@ -32,6 +32,40 @@ constexpr Expansion MakeExpansion(int (*expand)(unsigned int)) {
 constexpr Expansion kExpandU = MakeExpansion(ExpandU);
 constexpr Expansion kExpandA = MakeExpansion(ExpandA);
 
+constexpr int kBiasU = 132;
+constexpr int kUnusedBits = 3;  // of a magnitude, biased for u-law: no code depends on them
+
+struct Compression {
+    unsigned char code[((kBiasU + 0x8000) >> kUnusedBits) + 1];
+};
+
+/// Number of the segment whose end point, 31 and then doubled, is the first not below value.
+constexpr int Segment(int value) {
+    return 27 - __builtin_clz(static_cast<unsigned int>(value | 31));
+}
+
+/// Both take a magnitude without its unused bits and give the code without sign.
+constexpr int CompressMagnitudeU(int value) {
+    const int segment = Segment(value);
+    return segment > 7 ? 0x7F : segment << 4 | (value >> segment & 15);
+}
+
+constexpr int CompressMagnitudeA(int value) {
+    const int segment = Segment(value);
+    return segment << 4 | (value >> (segment < 2 ? 1 : segment) & 15);
+}
+
+constexpr Compression MakeCompression(int (*compress)(int)) {
+    Compression table = {};
+    int value = 0;
+    for (unsigned char& code : table.code)
+        code = static_cast<unsigned char>(compress(value++));
+    return table;
+}
+
+constexpr Compression kCompressU = MakeCompression(CompressMagnitudeU);
+constexpr Compression kCompressA = MakeCompression(CompressMagnitudeA);
+
 // G.711, table 4: the u-law number, from 0, of each A-law number, from 1.
 constexpr unsigned char kA2U[128] = {
     1,   3,   5,   7,   9,   11,  13,  15,  16,  17,  18,  19,  20,  21,  22,  23,   //
@@ -56,28 +90,16 @@ constexpr unsigned char kU2A[128] = {
 
 // ---- One sample ----
 
-/// Number of the segment whose end point, first and then doubled, is the first not below value.
-int Segment(int value, int first) {
-    const int over = value | first;  // lies in segment 0 at least
-    return __builtin_clz(static_cast<unsigned int>(first)) -
-           __builtin_clz(static_cast<unsigned int>(over));
-}
-
 unsigned char CompressU(int sample) {
     const int sign = sample < 0 ? 0x7F : 0xFF;
-    const int biased = 132 + (sample < 0 ? -sample : sample);
-    const int segment = Segment(biased, 255);
-    const int code = segment > 7 ? 0x7F : segment << 4 | (biased >> (segment + 3) & 15);
-    return static_cast<unsigned char>(code ^ sign);
+    const int biased = kBiasU + (sample < 0 ? -sample : sample);
+    return static_cast<unsigned char>(kCompressU.code[biased >> kUnusedBits] ^ sign);
 }
 
 unsigned char CompressA(int sample) {
     const int sign = sample < 0 ? 0x55 : 0xD5;
-    const int scaled = sample >> 3;
-    const int value = scaled < 0 ? ~scaled : scaled;  // 12 bits: never beyond the last segment
-    const int segment = Segment(value, 31);
-    const int code = segment << 4 | (value >> (segment < 2 ? 1 : segment) & 15);
-    return static_cast<unsigned char>(code ^ sign);
+    const int scaled = sample >> kUnusedBits;
+    return static_cast<unsigned char>(kCompressA.code[scaled < 0 ? ~scaled : scaled] ^ sign);
 }
 
 unsigned char AToU(unsigned int code) {

@@ -185,20 +185,31 @@ int ReadFile(const char* path, CKTString& text) {
     }
 }
 
-int WriteFile(const char* path, const CKTString& text) {
-    IKWFile file;
-    int result = file.Open(path, "w");
-    if (result != KT_OK)
-        return result;
+int WriteAll(IKWFile& file, const CKTString& text) {
     for (unsigned int done = 0; done != text.GetLength();) {
-        result = file.Write(text.GetBuffer() + done, text.GetLength() - done);
-        if (result <= 0)
-            return result != 0 ? result : KT_ERROR;
-        done += static_cast<unsigned int>(result);
+        const int count = file.Write(text.GetBuffer() + done, text.GetLength() - done);
+        if (count <= 0)
+            return count != 0 ? count : KT_ERROR;
+        done += static_cast<unsigned int>(count);
     }
-    result = file.Commit();
+    return file.Commit();
+}
+
+/// Writes aside, which then becomes path.
+int ReplaceFile(const char* path, const char* aside, const CKTString& text) {
+    IKWFile file;
+    int result = file.Open(aside, "w");
+    if (result != KT_OK)
+        return result;  // what is there is not ours
+    result = WriteAll(file, text);
     const int closed = file.Close();
-    return result != KT_OK ? result : closed;
+    if (result == KT_OK)
+        result = closed;
+    if (result == KT_OK)
+        result = KWFileRename(aside, path);
+    if (result != KT_OK)
+        KWFileDelete(aside);
+    return result;
 }
 
 }  // namespace
@@ -274,17 +285,12 @@ int IKTJsonNode::Save(const char* path, bool indented) const {
         return KT_ARGUMENT;
     CKTString text(0, kWholeShift);
     CKTString aside;
-    int result = ToString(text, indented);
+    const int result = ToString(text, indented);
     if (result != KT_OK)
         return result;
     if (text.AppendChar('\n', 1) < 0 || aside.Append("%s.new", path) < 0)
         return KT_NO_MEMORY;
-    result = WriteFile(aside.GetBuffer(), text);
-    if (result == KT_OK)
-        result = KWFileRename(aside.GetBuffer(), path);
-    if (result != KT_OK)
-        KWFileDelete(aside.GetBuffer());
-    return result;
+    return ReplaceFile(path, aside.GetBuffer(), text);
 }
 
 // ---- what the node is ----
