@@ -40,9 +40,8 @@ TEST(PageBuffer, HasWholeAlignedPagesFromTheHeap) {
     buffer.Clear(4, 0);
     EXPECT_EQ(std::memcmp(buffer.GetBuffer(0), "aaaa\0\0aa", 8), 0);
     buffer.Clear(1, 0);
+    buffer.Clear(3, 0xFFFFFFFF);
     EXPECT_EQ(std::memcmp(buffer.GetBuffer(0), "aa\0\0\0\0\0", 8), 0);
-    buffer.Clear(0, 0xFFFFFFFF);
-    EXPECT_EQ(buffer.GetBuffer(0)[0], 0);
 }
 
 TEST(PageBuffer, RefusesWhatItCannotHold) {
@@ -53,9 +52,8 @@ TEST(PageBuffer, RefusesWhatItCannotHold) {
         EXPECT_EQ(buffer.Create(pagenum, bit, packet), -1);
         EXPECT_EQ(buffer.Create(0, bit), -1);
         ExpectPages(buffer, 1, 16);  // nothing changed yet
-        EXPECT_EQ(buffer.CreatePages(pagenum, bit), -1);
-        ExpectNone(buffer);
         EXPECT_EQ(buffer.CKTPageBuffer::CreatePages(pagenum, bit), -1);
+        ExpectNone(buffer);
     }
 }
 
@@ -63,13 +61,10 @@ TEST(PageBuffer, AlignsPagesInTheCallersMemory) {
     static char memory[20000];
     CKTPageBuffer buffer;
     char* aligned = memory + (4096 - reinterpret_cast<std::uintptr_t>(memory) % 4096);
-    for (auto [skip, size, pages] : {std::tuple{100, 12188, 2},
-                                     {100, 12187, 1},
-                                     {100, 8092, 1},
-                                     {100, 8091, 0},
-                                     {100, 1, 0},
-                                     {0, 8191, 1},
-                                     {0, 4095, 0}}) {
+    const unsigned int cases[][3] = {{100, 12188, 2}, {100, 12187, 1}, {100, 8092, 1},
+                                     {100, 8091, 0},  {100, 1, 0},     {0, 8191, 1},
+                                     {0, 4095, 0}};
+    for (auto [skip, size, pages] : cases) {
         EXPECT_EQ(buffer.CreatePages(1, 4), 0);  // of its own, given up
         EXPECT_EQ(buffer.Create(aligned + skip, size, 12), pages == 0 ? -1 : 0);
         ExpectPages(buffer, pages == 0 ? 1 : pages, pages == 0 ? 16 : 4096);
@@ -77,7 +72,6 @@ TEST(PageBuffer, AlignsPagesInTheCallersMemory) {
     }
     EXPECT_EQ(buffer.CreatePages(aligned + 4096, 2, 12), 0);
     EXPECT_EQ(buffer.CreatePages(aligned + 100, 1, 12), -1);
-    EXPECT_EQ(buffer.CreatePages(nullptr, 1, 12), -1);
     EXPECT_EQ(buffer.GetBuffer(1), aligned + 8192);
     testing::internal::CaptureStdout();
     EXPECT_EQ(buffer.Create(nullptr, 8192, 12), -1);
@@ -87,14 +81,13 @@ TEST(PageBuffer, AlignsPagesInTheCallersMemory) {
 
 TEST(PageBuffer, LiesInAPacketWhenOneCanBeHad) {
     CKTPageBufferExt buffer;
-    for (int round = 0; round < 10; ++round) {  // on a boundary of 1 KB, in general
-        EXPECT_EQ(buffer.CreatePages(2, 12), 0);
-        ExpectPages(buffer, 2, 4096);
-        ASSERT_NE(buffer.GetPacket(), nullptr);
-    }
+    EXPECT_EQ(buffer.CreatePages(2, 20), 0);  // 1 MB, of a packet that begins on 1 KB
+    ExpectPages(buffer, 2, 1u << 20);
+    ASSERT_NE(buffer.GetPacket(), nullptr);
     ASSERT_EQ(CPacket::CreatePool(2, 12, 0), 0);
     EXPECT_EQ(buffer.CreatePages(2, 12), 0);  // aligned already: both pages of the pool
-    EXPECT_EQ(buffer.GetBuffer(0), reinterpret_cast<char*>(buffer.GetPacket()->GetData()));
+    ExpectPages(buffer, 2, 4096);
+    EXPECT_EQ(buffer.GetPacket()->GetSize(), 8192u);
     CPacket* other = nullptr;
     EXPECT_EQ(buffer.Create(2, 12, other), 0);
     ExpectNone(buffer);
@@ -103,7 +96,6 @@ TEST(PageBuffer, LiesInAPacketWhenOneCanBeHad) {
     EXPECT_EQ(KTTestPrinted(),
               "CKTPageBufferExt::CKTPageBufferExt::Create(222)-------->Create Packet Error. "
               "pagenum = 1, pagebit = 12\n");
-    EXPECT_EQ(buffer.GetPacket(), nullptr);
     ExpectPages(buffer, 1, 4096);
     other->Release();
     CPacket::DeletePool();

@@ -9,6 +9,7 @@
 #include "KTBase/KTDefs.h"
 #include "KTBase/KTDigest.h"
 #include "KTBase/KTFile.h"
+#include "KTBase/KTFrame.h"
 #include "KTBase/KTH26X.h"
 #include "KTBase/KTHttp.h"
 #include "KTBase/KTJson.h"
