@@ -1,22 +1,46 @@
 #include <KTBase/KTHttp.h>
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
+#include <vector>
 
 #include "KTHeap.h"
 #include "KTHttpDigest.h"
+#include "KTTestBytes.h"
+#include "KTTestLoad.h"
 
 namespace {
 
-// ---- RFC 2617, section 3.5, and RFC 7616, section 3.9.1 ----
+// RFC 7616, section 3.9.1
+const char* const kNonce = "7ypf/xlj9XXwfDPEoM4URrv/xwf94BcCAzFZH4GiTo0v";
+const char* const kCnonce = "f2/wE4q74E6zIJEtWaHKaf5wv/H5QzzpXusqGemxURZJ";
+
+std::string Or(const char* text) {
+    return text != nullptr ? text : "-";
+}
+
+/// The value of name in an Authorization value.
+std::string Value(const std::string& text, const std::string& name) {
+    const std::size_t begin = text.find(' ' + name + '=');
+    if (begin == std::string::npos)
+        return "-";
+    const std::size_t value = begin + name.size() + 2;
+    return text.substr(value, text.find_first_of(",", value) - value);
+}
+
+/// text with the value of a quoted parameter blanked.
+std::string Without(std::string text, const std::string& name) {
+    const std::size_t begin = text.find(name + "=\"") + name.size() + 2;
+    return text.erase(begin, text.find('"', begin) - begin);
+}
 
 TEST(HttpDigest, GivesTheResponsesOfTheStandards) {
-    const char* const kNonce = "7ypf/xlj9XXwfDPEoM4URrv/xwf94BcCAzFsH4GiTo0v";
-    const char* const kCnonce = "f2/wE4q74E6zIJEtWaHKaf5wv/H5QzzpXusqGemxURZJ";
     const struct {
         KTHttpDigest from;
         const char* response;
     } rows[] = {
+        // RFC 2617, section 3.5
         {{false, "Mufasa", "testrealm@host.com", "Circle Of Life",
           "dcd98b7102dd2f0e8b11d0f600bfb0c093", "GET", "/dir/index.html", "0a4f113b", 1},
          "6629fae49393a05397450978507c4ef1"},
@@ -31,6 +55,265 @@ TEST(HttpDigest, GivesTheResponsesOfTheStandards) {
         char out[kKTHttpDigestBytes];
         ASSERT_TRUE(KTHttpDigestResponse(row.from, out));
         EXPECT_STREQ(out, row.response);
+    }
+}
+
+TEST(HttpAuthen, WritesAndReadsBasic) {
+    CKTHTTPAuthen authen;
+    EXPECT_EQ(authen.GetAuthenRequBasic(), nullptr);
+    authen.SetUser("Aladdin", "open sesame");  // RFC 7617, section 2
+    EXPECT_STREQ(authen.GetAuthenRequBasic(), "Basic QWxhZGRpbjpvcGVuIHNlc2FtZQ==");
+    authen.SetUser(authen.GetPassword(), authen.GetUser());
+    EXPECT_EQ(Or(authen.GetUser()) + '|' + authen.GetPassword(), "open sesame|Aladdin");
+    authen.SetUser("u", nullptr);
+    EXPECT_STREQ(authen.GetAuthenRequBasic(), "Basic dTo=");
+    const struct {
+        const char* value;
+        int result;
+        const char* credentials;
+    } rows[] = {
+        {"Basic QWxhZGRpbjpvcGVuIHNlc2FtZQ==", 0, "Aladdin|open sesame"},
+        {"bASIC   dTpwOnE=", 0, "u|p:q"},
+        {"Basic dXNlcg==", 0, "user|-"},
+        {"Basic OnA=", 0, "|p"},
+        {"Basic ", -1, "u|-"},
+        {"Basic", -10, "u|-"},
+        {"Digest username=\"u\"", -10, "u|-"},
+        {nullptr, -4, "u|-"},
+    };
+    for (const auto& row : rows) {
+        CKTHTTPAuthen server(authen);
+        EXPECT_EQ(server.ParseRequest(row.value), row.result) << Or(row.value);
+        EXPECT_EQ(Or(server.GetUser()) + '|' + Or(server.GetPassword()), row.credentials);
+    }
+}
+
+TEST(HttpAuthen, TakesRealmAndNonceInThatOrderOnly) {
+    const struct {
+        const char* challenge;
+        int result;
+        const char* fields;
+    } rows[] = {
+        {"Digest realm=\"r s\", nonce=\"n,\"", 0, "digest r s|n,"},
+        {"digest  REALM=\"r\",nonce=\"n\", qop=\"auth\"", 0, "digest r|n"},
+        {"Digest realm=\"r\", nonce=\"n", 0, "digest r|n"},
+        {"Basic realm=\"cams \"1\"\"", 0, "basic cams |old"},  // as nginx 1.22.1 writes it
+        {"Basic realm=\"r", 0, "basic r|old"},
+        {"Digest nonce=\"n\", realm=\"r\"", -1, "digest old|old"},
+        {"Digest realm=\"r\", charset=\"UTF-8\", nonce=\"n\"", -1, "digest old|old"},
+        {"Digest realm=\"\", nonce=\"n\"", -1, "digest old|old"},
+        {"Digest realm=\"r\", nonce=\"\"", -1, "digest old|old"},
+        {"Digest realm=\"r", -1, "digest old|old"},
+        {" Basic realm=\"r\"", -1, "digest old|old"},
+        {"Basic realm=r", -1, "digest old|old"},
+        {"NTLM", -1, "digest old|old"},
+        {"", -1, "digest old|old"},
+        {nullptr, -4, "digest old|old"},
+    };
+    for (const auto& row : rows) {
+        CKTHTTPAuthen authen;
+        ASSERT_EQ(authen.ParseRespDigest("Digest realm=old, nonce=old, qop=auth"), 0);
+        EXPECT_EQ(authen.ParseResponse(row.challenge), row.result) << Or(row.challenge);
+        EXPECT_EQ((authen.IsBasic() ? "basic " : "digest ") + Or(authen.GetRealm()) + '|' +
+                      Or(authen.GetNonce()),
+                  row.fields);
+        authen.SetUser("u", "p");  // an older qop is forgotten
+        const std::string value = authen.GetRequDigestResult("GET", "/");
+        EXPECT_EQ(value.find("qop") == std::string::npos, row.result == 0);
+    }
+}
+
+TEST(HttpAuthen, AnswersWithAndWithoutQop) {
+    CKTHTTPAuthen authen;
+    CKTString key("/dir/index.html");
+    authen.SetUser("Mufasa", "Circle Of Life");
+    ASSERT_EQ(
+        authen.ParseRespDigest("x Digest foo, =, qop=\"auth,auth-int\" , Nonce = "
+                               "dcd98b7102dd2f0e8b11d0f600bfb0c093 ,realm=\"testrealm@host.com\""),
+        0);
+    // By OpenSSL's md5 over the same texts, without and with an empty cnonce.
+    const std::string plain =
+        "Digest username=\"Mufasa\", realm=\"testrealm@host.com\", "
+        "nonce=\"dcd98b7102dd2f0e8b11d0f600bfb0c093\", uri=\"/dir/index.html\", ";
+    EXPECT_STREQ(authen.GetAuthenRequDigest("GET", "/dir/index.html"),
+                 (plain + "response=\"670fd8c2df070c60b045671b8b24ff02\"").c_str());
+    EXPECT_TRUE(authen.GetDigestKey(key, "GET", key.GetBuffer()));
+    EXPECT_EQ(Text(key), "feee16a35faef0a0371c7210e4bdb6a5");
+    std::string cnonces[2];
+    for (int i = 0; i < 2; ++i) {
+        const std::string full = authen.GetRequDigestResult("GET", "/dir/index.html");
+        cnonces[i] = Value(full, "cnonce");
+        EXPECT_EQ(Without(Without(full, "cnonce"), "response"),
+                  plain + "cnonce=\"\", nc=0000000" + std::to_string(i + 1) +
+                      ", qop=\"auth,auth-int\", response=\"\"");
+        char response[kKTHttpDigestBytes];
+        const std::string cnonce = cnonces[i].substr(1, cnonces[i].size() - 2);
+        ASSERT_TRUE(
+            KTHttpDigestResponse({false, "Mufasa", "testrealm@host.com", "Circle Of Life",
+                                  "dcd98b7102dd2f0e8b11d0f600bfb0c093", "GET", "/dir/index.html",
+                                  cnonce.c_str(), static_cast<unsigned int>(i + 1)},
+                                 response));
+        EXPECT_EQ(Value(full, "response"), '"' + std::string(response) + '"');
+    }
+    EXPECT_NE(cnonces[0], cnonces[1]);
+    const CKTHTTPAuthen copy(authen);
+    EXPECT_EQ(authen.ParseRespDigest("Digest stale=TRUE, realm=\"\", qop=auth"), 0);
+    EXPECT_EQ(Value(authen.GetRequDigestResult("GET", "/"), "nc"), "00000003");
+    EXPECT_EQ(authen.ParseRespDigest("Digest qop=auth, stale=false, qop=\"open"), 0);
+    EXPECT_EQ(Value(authen.GetRequDigestResult("GET", "/"), "nc"), "00000001");
+    authen = copy;
+    EXPECT_EQ(Value(authen.GetRequDigestResult("GET", "/"), "nc"), "00000003");
+    EXPECT_EQ(authen.ParseRespDigest("Digest"), 0);
+    EXPECT_STREQ(authen.GetNonce(), nullptr);
+    EXPECT_EQ(authen.ParseRespDigest("") + authen.ParseRespDigest(nullptr) +
+                  authen.ParseRespDigest("Basic realm=\"r\""),
+              -12);
+    EXPECT_EQ(authen.GetAuthenRequDigest("", "/"), nullptr);
+    EXPECT_EQ(authen.GetRequDigestResult("GET", nullptr), nullptr);
+    authen.SetUser("", "p");
+    EXPECT_FALSE(authen.GetDigestKey(key, "GET", "/"));
+}
+
+TEST(HttpAuthen, ChoosesTheStrongestOfAllChallenges) {
+    const std::string basic = "Basic realm=\"b\"";
+    const std::string md5 = "Digest nonce=\"m\", algorithm=MD5 , realm=\"r\", qop=\"auth\"";
+    const std::string sha = "digest qop=\"auth-int, auth\",algorithm=SHA-256,nonce=\"s\",realm=r";
+    const struct {
+        std::vector<std::string> challenges;
+        int result;          // of the last
+        std::string answer;  // but username, uri, cnonce, response
+    } rows[] = {
+        {{basic + ", " + md5 + ", " + sha}, 0, "r s SHA-256 auth 00000001 -"},
+        {{sha, md5, basic}, 0, "r s SHA-256 auth 00000001 -"},
+        {{basic, md5}, 0, "r m MD5 auth 00000001 -"},
+        {{"Negotiate, NTLM TlRM==, Foo a b, " + md5}, 0, "r m MD5 auth 00000001 -"},
+        {{"Digest realm=\"a\\\"b, Basic\", nonce=\"x\", opaque=\"o\\\\p\""},
+         0,
+         "a\\\"b, Basic x - - - o\\\\p"},
+        {{md5, "Digest realm=\"r\", nonce=\"new\", stale=true"}, 0, "r new - - - -"},
+        {{md5, "Digest realm=\"other\", nonce=\"new\""}, 0, "r m MD5 auth 00000001 -"},
+        {{"Digest realm=r, nonce=n, algorithm=MD5-sess"}, -10, ""},
+        {{"Digest realm=r, nonce=n, algorithm=SHA-512-256"}, -10, ""},
+        {{"Digest realm=r, nonce=n, qop=\"auth-int\", x=\"auth\""}, -10, ""},
+        {{"Digest realm=r"}, -10, ""},
+        {{"Digest nonce=n"}, -10, ""},
+        {{"Bearer realm=\"Basic realm=x\""}, -10, ""},
+        {{",,\"Basic\"=,"}, -10, ""},
+        {{""}, -10, ""},
+        {{md5, "NTLM"}, -10, "r m MD5 auth 00000001 -"},
+    };
+    for (const auto& row : rows) {
+        CKTHTTPAuthen authen;
+        authen.SetUser("u\"", "p");
+        int result = 0;
+        for (const std::string& challenge : row.challenges)
+            result = authen.ParseChallenge(challenge.c_str());
+        EXPECT_EQ(result, row.result) << row.challenges.back();
+        const char* got = authen.GetAuthorization("GET", "/");
+        ASSERT_EQ(got == nullptr, row.answer.empty()) << row.challenges.back();
+        if (got == nullptr)
+            continue;
+        const std::string value = got;
+        EXPECT_EQ(value.find("Digest username=\"u\\\"\", realm=\"" +
+                             row.answer.substr(0, row.answer.find(' '))),
+                  0u)
+            << value;
+        std::string answer;
+        for (const char* name : {"nonce", "algorithm", "qop", "nc", "opaque"}) {
+            std::string field = Value(value, name);
+            if (field[0] == '"')
+                field = field.substr(1, field.size() - 2);
+            answer += ' ' + field;
+        }
+        EXPECT_EQ(answer, row.answer.substr(row.answer.size() - answer.size())) << value;
+    }
+    CKTHTTPAuthen authen;
+    authen.SetUser("Aladdin", "open sesame");
+    EXPECT_EQ(authen.GetAuthorization("GET", "/"), nullptr);
+    EXPECT_EQ(authen.ParseChallenge(nullptr), -4);
+    EXPECT_EQ(authen.ParseChallenge(basic.c_str()), 0);
+    EXPECT_STREQ(authen.GetAuthorization("GET", "/"), "Basic QWxhZGRpbjpvcGVuIHNlc2FtZQ==");
+    authen.ParseChallenge(md5.c_str());
+    authen.GetAuthorization("GET", "/");
+    EXPECT_EQ(Value(authen.GetAuthorization("GET", "/"), "nc"), "00000002");
+    EXPECT_EQ(authen.GetAuthorization("GET", "/\r\n"), nullptr);
+}
+
+TEST(HttpAuthen, CutAndBrokenChallengesEndInAStatedCode) {
+    const std::string seeds[] = {
+        // lighttpd 1.4.69, and both of its lines in one
+        "Digest realm=\"cams\", charset=\"UTF-8\", algorithm=MD5, nonce=\"6b03:1cbc\", "
+        "qop=\"auth\", Digest realm=\"c\\\"s\", algorithm=SHA-256, nonce=\"6b\", qop=\"auth\"",
+        "Digest realm=\"Camera 1\", nonce=\"66b4b0a4e8c5a1f2\", stale=false",
+        "Basic dXNlcjpwYXNz",
+        "Negotiate YII=, Basic realm=\"cams\"",
+    };
+    std::mt19937 random(3);
+    for (const std::string& seed : seeds) {
+        for (unsigned int i = 0; i < KTTestLoad(20000) + seed.size(); ++i) {
+            std::string text = seed.substr(0, i < seed.size() ? i : seed.size());
+            for (unsigned int n = i < seed.size() ? 0 : 1 + random() % 3; n > 0; --n)
+                text[random() % text.size()] = "\", =\\\tD:\xff"[random() % 9];
+            const std::vector<char> exact(text.c_str(), text.c_str() + text.size() + 1);
+            CKTHTTPAuthen authen;
+            authen.SetUser("u", "p");
+            const int simple = authen.ParseResponse(exact.data());
+            const int digest = authen.ParseRespDigest(exact.data());
+            ASSERT_TRUE((simple == 0 || simple == -1) && (digest == 0 || digest == -4)) << text;
+            EXPECT_EQ(authen.GetRequDigestResult("GET", "/") != nullptr, true);
+            const int request = authen.ParseRequest(exact.data());
+            ASSERT_TRUE(request == 0 || request == -1 || request == -10) << text;
+            CKTHTTPAuthen full;
+            full.SetUser("u", "p");
+            const int list = full.ParseChallenge(exact.data());
+            ASSERT_TRUE(list == 0 || list == -10) << text;
+            ASSERT_TRUE(list == 0 || full.GetAuthorization("GET", "/") == nullptr) << text;
+        }
+    }
+    for (const char* filling : {"\"", ",", "=", "a ", "Digest ", "\\\"", "a=\"", "Basic,"}) {
+        std::string text = "Digest ";
+        while (text.size() < 1000000 / KTBASE_LOAD_DIVISOR)
+            text += filling;
+        CKTHTTPAuthen authen;
+        EXPECT_EQ(authen.ParseRespDigest(text.c_str()), 0);
+        authen.ParseChallenge(text.c_str());
+    }
+}
+
+TEST(HttpAuthen, ChangesNothingWithoutMemory) {
+    const char* const challenge = "Digest realm=\"new\", nonce=\"n\", opaque=\"o\", qop=\"auth\"";
+    for (unsigned int call = 0; call < 6; ++call) {
+        for (unsigned int nth = 1, failed = 1; failed != 0; ++nth) {
+            CKTHTTPAuthen authen;
+            authen.SetUser("u", "p");
+            authen.SetRealmNonce("old", "old");
+            KTHeapFailAt(nth);
+            const int result = call == 0   ? authen.SetUser("new", "new")
+                               : call == 1 ? authen.SetRealmNonce("new", "new")
+                               : call == 2 ? authen.ParseResponse(challenge)
+                               : call == 3 ? authen.ParseRespDigest(challenge)
+                               : call == 4 ? authen.ParseChallenge(challenge)
+                                           : authen.ParseRequest("Basic bmV3OnA=");
+            KTHeapFailAt(0);
+            failed = result != 0;
+            ASSERT_TRUE(result == 0 || result == -6) << call;
+            const std::string changed =
+                call == 0 || call == 5 ? authen.GetUser() : authen.GetRealm();
+            EXPECT_EQ(changed, failed == 0 ? "new" : call == 0 || call == 5 ? "u" : "old");
+        }
+    }
+    for (unsigned int nth = 1, failed = 1; failed != 0; ++nth) {
+        CKTHTTPAuthen authen;
+        CKTString key;
+        authen.SetUser("u", "p");
+        authen.ParseChallenge(challenge);
+        KTHeapFailAt(nth);
+        const bool got = authen.GetAuthorization("GET", "/") != nullptr;
+        const bool keyed = authen.GetDigestKey(key, "GET", "/");
+        const CKTHTTPAuthen copy(authen);
+        KTHeapFailAt(0);
+        failed = !got || !keyed || copy.GetUser() == nullptr;
+        EXPECT_EQ(key.GetLength(), keyed ? 32u : 0u);
     }
 }
 

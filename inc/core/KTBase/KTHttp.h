@@ -225,7 +225,7 @@ private:
     int TakeBody(const char* data, unsigned int count, bool compressed, CKTString& content);
     int Expand(const char* data, unsigned int count, CKTString& content);
     int ExpandPiece(const char* data, unsigned int count, CKTString& content);
-    bool IsCut() const;
+    int EndExpansion();
     void FreeInflate();
     int AppendChunk(CKTString& out, const char* data, unsigned int count);
 

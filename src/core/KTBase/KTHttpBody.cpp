@@ -151,11 +151,11 @@ int CKTHTTPCommand::ParsePlain(const char* data, int length, CKTString& content)
     if (m_done >= m_len)
         return 0;
     const unsigned int count = std::min(static_cast<unsigned int>(length), m_len - m_done);
-    const int result = TakeBody(data, count, m_gzip, content);
+    int result = TakeBody(data, count, m_gzip, content);
+    if (result >= 0 && count == m_len - m_done)
+        result = EndExpansion();
     if (result < 0)
         return result;
-    if (count == m_len - m_done && IsCut())
-        return KT_MALFORMED;
     m_done += count;
     return static_cast<int>(count);
 }
@@ -169,8 +169,9 @@ int CKTHTTPCommand::ParseChunked(const char* data, int length, CKTString* conten
     if (chunk == nullptr)
         return 0;
     if (size == 0) {
-        if (IsCut())
-            return KT_MALFORMED;
+        const int result = EndExpansion();
+        if (result < 0)
+            return result;
         m_chunked = false;
         return static_cast<int>(chunk - data);
     }
@@ -199,11 +200,11 @@ int CKTHTTPCommand::ParseBoundary(const char* data, int length, CKTString* conte
     if (static_cast<unsigned long long>(end - part.body) < part.length)
         return 0;
     if (content != nullptr && part.length != 0) {
-        const int result = TakeBody(part.body, part.length, part.compressed, *content);
+        int result = TakeBody(part.body, part.length, part.compressed, *content);
+        if (result >= 0 && part.compressed)
+            result = EndExpansion();
         if (result < 0)
             return result;
-        if (IsCut())
-            return KT_MALFORMED;
     }
     return static_cast<int>(part.body + part.length - data);
 }
@@ -258,9 +259,13 @@ int CKTHTTPCommand::ExpandPiece(const char* data, unsigned int count, CKTString&
     return KT_OK;
 }
 
-/// Whether the compressed data has begun and not ended.
-bool CKTHTTPCommand::IsCut() const {
-    return m_inflate != nullptr && m_inflate->open;
+/// The compressed data is over. Returns 0, or what was wrong with it: cut data is malformed.
+int CKTHTTPCommand::EndExpansion() {
+    if (m_inflate == nullptr)
+        return KT_OK;
+    if (m_inflate->failure == KT_OK && m_inflate->open)
+        m_inflate->failure = KT_MALFORMED;
+    return m_inflate->failure;
 }
 
 void CKTHTTPCommand::FreeInflate() {

@@ -212,11 +212,11 @@ int CKTHTTPSession::Polling(unsigned int timeoutMs) {
         decrypted = wanted.read && HasDecrypted();
     }
     const int result = KTOsSocketWaitAny(handle, wanted, decrypted ? 0 : timeoutMs, found);
-    if (result < 0 || (result == 0 && !decrypted))
-        return result;
     CKTGuard hold(m_ioLock);
     if (m_handle != handle)
         return KT_DISCONNECTED;  // closed by another thread meanwhile
+    if (result < 0 || (result == 0 && !decrypted))
+        return result;
     const bool alive = !found.error && Transfer(found.read || decrypted, found.write);
     if (alive)
         return 1;
@@ -226,7 +226,8 @@ int CKTHTTPSession::Polling(unsigned int timeoutMs) {
 
 /// Under the I/O lock. False when the connection has failed or ended.
 bool CKTHTTPSession::Transfer(bool read, bool write) {
-    const int received = read ? Receive() : 0;
+    // Another thread may have filled the buffer meanwhile.
+    const int received = read && GetRecvBuf()->GetSpace() != 0 ? Receive() : 0;
     if (received < 0)
         return false;
     if (!write || OnSend(nullptr) >= 0)

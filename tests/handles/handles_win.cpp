@@ -1,0 +1,5 @@
+#include "handles.h"
+
+bool HandlesAllow(unsigned int) {
+    return true;
+}
