@@ -45,7 +45,8 @@ public:
     virtual int BuildRequest(CKTString* head, CKTString* content);
     /// Takes a request's head off the front of data. Returns its length, the blank line included,
     /// whatever its lines hold: a malformed first line makes the code -1, else it is 200. 0: the
-    /// head is not complete, data is null or length below 1, or a head was parsed before.
+    /// head is not complete, data is null or length below 1, a head was parsed before, or memory is
+    /// out. A cookie, challenge or session identifier that finds no memory is left out.
     virtual int ParseRequest(const char* data, int length);
     /// Takes head and body off the front of data as far as they go, the body appended to content.
     /// Returns the bytes taken; 0: more are needed; a negative result of ParseContent.
@@ -57,14 +58,16 @@ public:
     virtual int ParseResponse(const char* data, int length);
 
     // ---- bodies received ----
-    // Each takes what it can off the front of data, appends it to content and returns the bytes
-    // taken; 0: more are needed, or there is nothing to do; -6 when content cannot grow.
+    // Each takes what it can off the front of data, which lies outside of content, appends it to
+    // content and returns the bytes taken; 0: more are needed, or there is nothing to do; -6 when
+    // content cannot grow or memory is out.
 
     /// By the kind of body: chunked, multipart, or plain up to the content length, where a body of
     /// zlib data (gzip flag) is expanded in the pieces in which it arrives (see SetInflate).
-    /// Returns also -15: a malformed part, corrupt compressed data.
+    /// Returns also -15: a malformed part, corrupt or cut compressed data.
     virtual int ParseContent(const char* data, int length, CKTString* content);
-    /// One whole chunk. The last one turns the chunked flag off.
+    /// One whole chunk, of which the size has up to 8 digits; an extension behind it is passed
+    /// over. The last one turns the chunked flag off. What is no chunk is never taken.
     virtual int ParseChunked(const char* data, int length, CKTString* content);
     /// One whole part; content may be null. Parts do not count towards the content length. Returns
     /// also -15: no boundary line, or no part length from 0 to 0x7FFFFFFF.
@@ -117,8 +120,8 @@ public:
 
     /// From now on gzip and zlib bodies, plain, chunked or multipart, are expanded through one
     /// stream, in whatever pieces they arrive. More than maxOut bytes out of one message (0: no
-    /// limit) are -15, as is corrupt data. Off, chunked bodies are handed over as they come, and
-    /// each piece of a plain one has to be zlib data of its own.
+    /// limit) are -15, as is corrupt or cut data, and so is all that follows. Off, chunked bodies
+    /// are handed over as they come, and each piece of a plain one has to be zlib data of its own.
     void SetInflate(bool on, unsigned int maxOut);
 
     // ---- fields ----
@@ -297,6 +300,8 @@ public:
     const char* GetRealm() const;
     const char* GetNonce() const;
 
+    // A call that fails changes nothing; each returns -6 without memory.
+
     /// Takes a challenge: Digest with realm and then nonce, or Basic with a realm. Forgets an older
     /// qop. Returns 0; -4 for null; -1 for any other challenge.
     int ParseResponse(const char* challenge);
@@ -318,10 +323,10 @@ public:
     const char* GetRequDigestResult(const char* method, const char* uri);
 
     /// Takes what a server offers in one WWW-Authenticate value, which may hold several challenges,
-    /// if that is stronger than what is held already: Digest with SHA-256, Digest with MD5, Basic.
-    /// Digest takes realm, nonce, opaque, algorithm and, where "auth" is offered, qop. Reset drops
-    /// the challenge held. Returns 0; -4 for null; -10 when there is none that this class can
-    /// answer.
+    /// if that is stronger than what is held already (Digest with SHA-256, Digest with MD5, Basic),
+    /// or the same for the same realm: a new nonce starts the count anew. Digest takes realm, nonce,
+    /// opaque, algorithm and, where "auth" is offered, qop. Reset drops the challenge held. Returns
+    /// 0; -4 for null; -10 when there is none that this class can answer.
     int ParseChallenge(const char* challenge);
     /// Answers the challenge of ParseChallenge in full: RFC 7616 or Basic. Raises nc.
     const char* GetAuthorization(const char* method, const char* uri);

@@ -17,8 +17,6 @@
 
 namespace {
 
-constexpr char kBlanks[] = " \t\r\n";
-constexpr char kSeparators[] = " \t\r\n,";
 constexpr unsigned int kCountBytes = 9;
 constexpr unsigned int kCnonceBytes = 17;
 
@@ -62,8 +60,33 @@ void MakeCnonce(const void* owner, char* out) {
 
 // ---- reading ----
 
+bool IsBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+/// Between parameters and challenges.
+bool IsSeparator(char c) {
+    return c == ',' || IsBlank(c);
+}
+
+bool EndsValue(char c) {
+    return c == '\0' || IsSeparator(c);
+}
+
+bool EndsWord(char c) {
+    return c == '=' || c == '"' || EndsValue(c);
+}
+
 const char* SkipBlanks(const char* text) {
-    return text + std::strspn(text, kBlanks);
+    while (IsBlank(*text))
+        ++text;
+    return text;
+}
+
+const char* SkipSeparators(const char* text) {
+    while (IsSeparator(*text))
+        ++text;
+    return text;
 }
 
 /// A piece of a challenge; begin is null where it is absent.
@@ -116,7 +139,8 @@ void Unescape(char* text) {
 
 Piece ReadWord(const char*& at) {
     const char* begin = at;
-    at += std::strcspn(at, " \t\r\n,=\"");
+    while (!EndsWord(*at))
+        ++at;
     return {begin, at};
 }
 
@@ -136,7 +160,7 @@ Piece ReadQuoted(const char*& at, bool escapes) {
 /// the next double quote, or, not quoted, to the next comma. It is absent where there is no "=".
 /// False at the end.
 bool ReadParameter(const char*& at, Piece& name, Piece& value) {
-    at += std::strspn(at, kSeparators);
+    at = SkipSeparators(at);
     if (*at == '\0')
         return false;
     name = ReadWord(at);
@@ -151,9 +175,11 @@ bool ReadParameter(const char*& at, Piece& name, Piece& value) {
         value = ReadQuoted(at, false);
         return true;
     }
-    value = {at, at + std::strcspn(at, ",")};
-    at = value.end;
-    while (value.end != value.begin && std::strchr(kBlanks, value.end[-1]) != nullptr)
+    value.begin = at;
+    while (*at != '\0' && *at != ',')
+        ++at;
+    value.end = at;
+    while (value.end != value.begin && IsBlank(value.end[-1]))
         --value.end;
     return true;
 }
@@ -163,13 +189,17 @@ bool ReadValue(const char*& at, Piece& value) {
     const char* sign = SkipBlanks(at);
     if (*sign != '=')
         return false;
-    at = SkipBlanks(sign + std::strspn(sign, "="));
+    while (*sign == '=')  // an opaque text may end in several
+        ++sign;
+    at = SkipBlanks(sign);
     if (*at == '"') {
         value = ReadQuoted(at, true);
-    } else {
-        value = {at, at + std::strcspn(at, kSeparators)};
-        at = value.end;
+        return true;
     }
+    value.begin = at;
+    while (!EndsValue(*at))
+        ++at;
+    value.end = at;
     return true;
 }
 
@@ -206,10 +236,10 @@ bool ReadRealmNonce(const char* challenge, Piece& realm, Piece& nonce) {
 
 bool HasWord(const Piece& list, const char* word) {
     for (const char* at = list.begin; at < list.end;) {
-        at += std::strspn(at, " \t\r\n,=\"");
         const Piece item = ReadWord(at);
         if (item.end <= list.end && item.Is(word))
             return true;
+        ++at;  // what ended the word
     }
     return false;
 }
@@ -466,7 +496,7 @@ int CKTHTTPAuthen::Take(const Challenge& challenge) {
 bool CKTHTTPAuthen::Challenge::Read(const char*& at) {
     Piece word;
     do {
-        at += std::strspn(at, kSeparators);
+        at = SkipSeparators(at);
         if (*at == '\0')
             return false;
         word = ReadWord(at);
@@ -475,21 +505,23 @@ bool CKTHTTPAuthen::Challenge::Read(const char*& at) {
     } while (word.begin == word.end);
     escapes = true;
     scheme = word.Is("Basic") ? kBasic : word.Is("Digest") ? kMD5 : kNone;
-    for (bool first = true;; first = false) {
-        const char* begin = SkipBlanks(at);
-        at += std::strspn(at, kSeparators);
-        Piece value;
-        const char* name = at;
+    const char* opaqueText = SkipBlanks(at);
+    for (;;) {
+        at = SkipSeparators(at);
         word = ReadWord(at);
+        Piece value;
         if (word.begin == word.end) {
             if (*at == '\0')
                 return true;
             SkipStray(at);
         } else if (ReadValue(at, value)) {
             Set(word, value);
-        } else if (!first || name != begin || (*SkipBlanks(at) != ',' && *SkipBlanks(at) != '\0')) {
-            at = name;
-            return true;
+        } else {
+            const char* next = SkipBlanks(at);
+            if (word.begin != opaqueText || (*next != ',' && *next != '\0')) {
+                at = word.begin;
+                return true;
+            }
         }
     }
 }

@@ -126,13 +126,13 @@ void CKTHTTPCommand::StoreCopy(char*& field, const char* begin, std::size_t leng
 }
 
 void CKTHTTPCommand::FreeFields() {
-    FreeHead();
     FreeList(m_setCookies);
     FreeList(m_challenges);
     for (char* CKTHTTPCommand::*text : s_texts) {
-        ZMKFree(this->*text);
+        Free(this->*text);
         this->*text = nullptr;
     }
+    FreeHead();
 }
 
 /// With the head go the texts that lie in it.
