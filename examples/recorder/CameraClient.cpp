@@ -214,10 +214,6 @@ bool CameraClient::TakePart() {
         Fail(std::string("sends a bad part: ") + why);
         return false;
     }
-    if (packet == nullptr)
-        m_camera.CountDrop();
-    else
-        m_camera.Put(packet);
     if (!m_receives) {
         m_receives = true;
         m_restMs = kFirstRestMs;
@@ -226,6 +222,10 @@ bool CameraClient::TakePart() {
         m_console.Say(kInfo, "%s: recording from %s", m_camera.GetName().c_str(),
                       m_camera.GetUrl().GetURL());
     }
+    if (packet == nullptr)
+        m_camera.CountDrop();
+    else
+        m_camera.Put(packet);
     return true;
 }
 

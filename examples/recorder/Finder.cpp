@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "Text.h"
+
 namespace {
 
 constexpr unsigned int kBeatMs = 2000;
@@ -18,7 +20,7 @@ bool ReadAnswer(const CKTString& datagram, CKTUrl& url) {
         return false;
     const std::string target = text.substr(kBeginBytes, text.find(' ', kBeginBytes) - kBeginBytes);
     // Credentials are the user's affair, not the network's.
-    return url.Setup(target.c_str()) == KT_OK && url.GetPort() != 0 &&
+    return IsPrintable(target) && url.Setup(target.c_str()) == KT_OK && url.GetPort() != 0 &&
            CKTString::IsEqual(url.GetProtocol(), "http") != 0 && url.GetUsername() == nullptr;
 }
 

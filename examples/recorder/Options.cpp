@@ -36,9 +36,9 @@ constexpr unsigned int kMostSeconds = 366 * 24 * 3600;
 
 std::string ReadCamera(const char* text, Options& options) {
     CKTUrl url;
-    if (url.Setup(text) != KT_OK || CKTString::IsEqual(url.GetProtocol(), "http") == 0 ||
-        url.GetPort() == 0)
-        return std::string("--camera: \"") + text + "\" is no http://HOST:PORT/";
+    if (!IsPrintable(text) || url.Setup(text) != KT_OK ||
+        CKTString::IsEqual(url.GetProtocol(), "http") == 0 || url.GetPort() == 0)
+        return "--camera: \"" + CleanText(text, 200) + "\" is no http://HOST:PORT/";
     options.cameras.push_back(url);
     return "";
 }

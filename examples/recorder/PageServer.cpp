@@ -37,7 +37,8 @@ unsigned int PageServer::OnThread() {
         if (m_visitors.size() < kMostVisitors)
             set.Select(m_listener, true, false);
         for (const std::unique_ptr<Visitor>& visitor : m_visitors)
-            set.Select(visitor->session->GetHandle(), true, visitor->session->IsSending());
+            set.Select(visitor->session->GetHandle(), !visitor->answered,
+                       visitor->session->IsSending());
         set.Wait(kBeatMs);
         Admit();
         std::vector<std::unique_ptr<Visitor>> staying;

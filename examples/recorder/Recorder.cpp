@@ -99,6 +99,8 @@ void Recorder::Stop() {
     m_page.ThreadStop();
     if (m_timer != nullptr) {
         m_timer->Stop();
+        if (m_console.IsTerminal())
+            OnSecond(nullptr, 0, nullptr, nullptr);  // leave the line as it is at the end
         m_timer->Release();
         m_timer = nullptr;
         IKTTimer::KTTimerInvalidate();

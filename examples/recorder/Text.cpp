@@ -84,6 +84,13 @@ std::string CleanText(const char* text, unsigned int maxBytes) {
     return clean.substr(first, clean.find_last_not_of(' ') - first + 1);
 }
 
+bool IsPrintable(const std::string& text) {
+    for (const char c : text)
+        if (c <= ' ' || c > '~')
+            return false;
+    return true;
+}
+
 std::string SafeFileName(const std::string& text) {
     std::string name = Shorten(text, kFileNameBytes - 1);
     for (char& c : name)

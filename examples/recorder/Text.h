@@ -9,6 +9,9 @@
 /// What is no UTF-8 becomes "?". Null gives "".
 std::string CleanText(const char* text, unsigned int maxBytes);
 
+/// Whether there is nothing but ASCII letters, digits and signs, as in a URL: no blank either.
+bool IsPrintable(const std::string& text);
+
 /// A file name made of a clean text: no separator, no "..", no name that a system keeps for a
 /// device, at most 64 bytes. Never empty.
 std::string SafeFileName(const std::string& text);
