@@ -26,8 +26,8 @@ unsigned long long Random64() {
     return static_cast<unsigned long long>(device()) << 32 | device();
 }
 
-/// Takes the same time wherever the texts differ, and whatever their lengths: who measures how
-/// long a refusal takes learns nothing about the right text.
+/// Takes the same time wherever the texts differ: who measures how long a refusal takes learns
+/// nothing about the right text.
 bool IsSame(const std::string& a, const std::string& b) {
     unsigned char digests[2][32] = {};
     KTSHA256(reinterpret_cast<const unsigned char*>(a.data()), static_cast<int>(a.size()),

@@ -153,7 +153,7 @@ void Server::Answer(Client& client, const CKTHTTPCommand& request) {
                       !request.IsChunked();
     std::printf("%s %s %s: %d\n", client.GetPeerText().c_str(),
                 Printable(request.GetMethod() != nullptr ? request.GetMethod() : "-").c_str(),
-                Printable(path).c_str(), code);
+                Printable(path.empty() ? "-" : path).c_str(), code);
     Head head(code);
     if (code == 200) {
         AnswerPath(client, head, path, isHead, keep);

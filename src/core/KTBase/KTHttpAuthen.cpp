@@ -236,7 +236,8 @@ bool ReadRealmNonce(const char* challenge, Piece& realm, Piece& nonce) {
 
 bool HasWord(const Piece& list, const char* word) {
     for (const char* at = list.begin; at < list.end;) {
-        if (ReadWord(at).Is(word))
+        const Piece item = ReadWord(at);
+        if (item.end <= list.end && item.Is(word))
             return true;
         ++at;  // what ended the word
     }
