@@ -3,10 +3,8 @@
 #include <KTBase/KTMedia.h>
 #include <KTBase/KTPacket.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <string>
@@ -54,29 +52,10 @@ struct Releaser {
     }
 };
 
-struct Closer {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
 int Fail(const char* path, const char* why) {
     std::fflush(stdout);
     std::fprintf(stderr, "ktinspect: %s: %s\n", path, why);
     return kFailed;
-}
-
-/// Returns null, or why the file cannot be read.
-const char* ReadFile(const char* path, std::vector<unsigned char>& bytes) {
-    const std::unique_ptr<std::FILE, Closer> file(std::fopen(path, "rb"));
-    if (file == nullptr)
-        return std::strerror(errno);
-    unsigned char block[65536];
-    std::size_t count = 0;
-    while ((count = std::fread(block, 1, sizeof(block), file.get())) != 0) {
-        if (bytes.size() + count > UINT_MAX)
-            return "larger than 4 GB";
-        bytes.insert(bytes.end(), block, block + count);
-    }
-    return std::ferror(file.get()) != 0 ? std::strerror(errno) : nullptr;
 }
 
 std::string SizeText(unsigned int width, unsigned int height) {

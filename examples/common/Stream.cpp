@@ -2,12 +2,21 @@
 
 #include <KTBase/KTH26X.h>
 
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
 #include <map>
+#include <memory>
 #include <string_view>
 
 #include "Fields.h"
 
 namespace {
+
+struct Closer {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
 
 /// A stream begins with a start code; only zero bytes may stand before it.
 bool BeginsWithCode(const unsigned char* bytes, unsigned int size) {
@@ -48,6 +57,14 @@ void Classify(const Stream& stream, Unit& unit) {
     const bool baseLayer = unit.length >= 2 && (header[0] & 1) == 0 && header[1] >> 3 == 0;
     unit.isSlice = baseLayer && (unit.type <= 9 || (unit.type >= 16 && unit.type <= 21));
     unit.isKey = unit.isSlice && unit.type >= 16;
+}
+
+/// Whether a unit that is no slice belongs to the slices before it: 7.4.1.2.3 of H.264, 7.4.2.4.4
+/// of H.265.
+bool EndsFrame(const Stream& stream, const Unit& unit) {
+    if (!stream.h265)
+        return (unit.type >= 10 && unit.type <= 12) || (unit.type >= 19 && unit.type <= 21);
+    return unit.type < 32 || (unit.type >= 36 && unit.type <= 38) || unit.type == 40;
 }
 
 /// Lists each different parameter set once.
@@ -128,8 +145,12 @@ void FindFrames(Stream& stream) {
             finder.TakeSet(unit);
             sets.Take(i);
         }
-        if (!unit.isSlice)
+        if (!unit.isSlice) {
+            if (!stream.frames.empty() && stream.frames.back().lastUnit + 1 == i &&
+                EndsFrame(stream, unit))
+                stream.frames.back().lastUnit = i;
             continue;
+        }
         if (finder.Begins(unit))
             stream.frames.push_back(
                 {stream.frames.empty() ? 0 : stream.frames.back().lastUnit + 1, i, false});
@@ -146,6 +167,20 @@ void FindFrames(Stream& stream) {
 }
 
 }  // namespace
+
+const char* ReadFile(const char* path, std::vector<unsigned char>& bytes) {
+    const std::unique_ptr<std::FILE, Closer> file(std::fopen(path, "rb"));
+    if (file == nullptr)
+        return std::strerror(errno);
+    unsigned char block[65536];
+    std::size_t count = 0;
+    while ((count = std::fread(block, 1, sizeof(block), file.get())) != 0) {
+        if (bytes.size() + count > UINT_MAX)
+            return "larger than 4 GB";
+        bytes.insert(bytes.end(), block, block + count);
+    }
+    return std::ferror(file.get()) != 0 ? std::strerror(errno) : nullptr;
+}
 
 const char* ReadStream(const unsigned char* bytes, unsigned int size, Stream& out) {
     if (size == 0)

@@ -1,6 +1,6 @@
 // Units, frames and parameter sets of an H.264 or H.265 byte stream (Annex B).
-#ifndef KTINSPECT_STREAM_H
-#define KTINSPECT_STREAM_H
+#ifndef KTEXAMPLES_STREAM_H
+#define KTEXAMPLES_STREAM_H
 
 #include <vector>
 
@@ -15,8 +15,8 @@ struct Unit {
 };
 
 struct Frame {
-    unsigned int firstUnit = 0;  // behind the slices of the frame before
-    unsigned int lastUnit = 0;   // its last slice
+    unsigned int firstUnit = 0;  // behind the last one of the frame before
+    unsigned int lastUnit = 0;   // its last slice, or what belongs to that one
     bool isKey = false;
 };
 
@@ -39,6 +39,9 @@ struct Stream {
     bool IsPps(const Unit& unit) const { return unit.type == (h265 ? 34u : 8u); }
     bool IsVps(const Unit& unit) const { return h265 && unit.type == 32; }
 };
+
+/// Appends a file's content. Returns null, or why it cannot be read.
+const char* ReadFile(const char* path, std::vector<unsigned char>& bytes);
 
 /// Takes a stream apart; out refers to bytes from then on. Returns null, or why it is no stream.
 const char* ReadStream(const unsigned char* bytes, unsigned int size, Stream& out);

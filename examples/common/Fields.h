@@ -1,6 +1,6 @@
 // The fields of a unit, bit by bit, beyond those that the library decodes.
-#ifndef KTINSPECT_FIELDS_H
-#define KTINSPECT_FIELDS_H
+#ifndef KTEXAMPLES_FIELDS_H
+#define KTEXAMPLES_FIELDS_H
 
 /// Reads the bits of a unit and leaves out its emulation prevention bytes. A read past the end
 /// gives 0, as does every later one, and Ok turns false.
