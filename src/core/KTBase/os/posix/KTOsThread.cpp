@@ -1,6 +1,7 @@
 #include "os/KTOsThread.h"
 
 #include <limits.h>
+#include <openssl/crypto.h>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -48,6 +49,9 @@ void* Run(void* block) {
         pthread_setname_np(pthread_self(), thread->name);
     KTOsEventSet(thread->started);
     thread->exitCode = thread->entry(thread->argument);
+    // What OpenSSL keeps per thread goes while the thread is still waited for: later the process may
+    // be ending, and OpenSSL with it.
+    OPENSSL_thread_stop();
     KTOsEventSet(thread->returned);
     Drop(thread);
     return nullptr;

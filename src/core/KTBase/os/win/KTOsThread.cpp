@@ -4,6 +4,8 @@
 #define WIN32_LEAN_AND_MEAN
 #include <windows.h>
 
+#include <openssl/crypto.h>
+
 #include <atomic>
 #include <new>
 
@@ -38,6 +40,8 @@ DWORD WINAPI Run(LPVOID block) {
     OsThread* thread = static_cast<OsThread*>(block);
     const HMODULE module = thread->module;
     thread->exitCode = thread->entry(thread->argument);
+    // What OpenSSL keeps per thread: linked into this DLL, it does not hear of a thread's end.
+    OPENSSL_thread_stop();
     const DWORD exitCode = thread->exitCode;
     SetEvent(thread->returned);
     Drop(thread);
