@@ -500,7 +500,7 @@ private:
     bool IsStale();
     bool IsTargetSecure() const;
     bool Transfer(bool read, bool write);
-    int Receive();
+    int Receive(fd_set* ready);
     void CloseLocked();
 
     bool m_server;

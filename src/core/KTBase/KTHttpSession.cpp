@@ -226,19 +226,24 @@ int CKTHTTPSession::Polling(unsigned int timeoutMs) {
 
 /// Under the I/O lock. False when the connection has failed or ended.
 bool CKTHTTPSession::Transfer(bool read, bool write) {
+    // The wait has told already: a handle that fits a set need not be asked again.
+    fd_set set;
+    KTOsSetClear(set);
+    KTOsSetAdd(set, m_handle, 1);
+    fd_set* ready = KTOsSetFits(m_handle) ? &set : nullptr;
     // Another thread may have filled the buffer meanwhile.
-    const int received = read && GetRecvBuf()->GetSpace() != 0 ? Receive() : 0;
+    const int received = read && GetRecvBuf()->GetSpace() != 0 ? Receive(ready) : 0;
     if (received < 0)
         return false;
-    if (!write || OnSend(nullptr) >= 0)
+    if (!write || OnSend(ready) >= 0)
         return true;
     // The peer takes no more, but may have answered before: what has arrived is still read.
-    return received > 0 || Receive() > 0;
+    return received > 0 || Receive(nullptr) > 0;
 }
 
 /// Reads once, and parses a head that is due. Returns as OnRecv.
-int CKTHTTPSession::Receive() {
-    const int received = OnRecv(nullptr);
+int CKTHTTPSession::Receive(fd_set* ready) {
+    const int received = OnRecv(ready);
     if (received > 0 && m_server)
         RecvRequ(nullptr);
     else if (received > 0)
