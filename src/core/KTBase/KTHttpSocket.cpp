@@ -82,7 +82,7 @@ int CKTHTTPSocket::RecvResp(CKTHTTPCommand* response, CKTString* content, unsign
     for (;;) {
         const unsigned long long nowUs = CKTTime::GetTimeUS();
         if (nowUs > deadlineUs) {
-            KTFault(kKTHttpSource, "CKTHTTPSocket::RecvResp", __LINE__);
+            KTFault(kKTHttpSource, "CKTHTTPSocket::RecvResp", 1093);
             return KT_ERROR;
         }
         const unsigned long long leftMs = (deadlineUs - nowUs) / 1000 + 1;

@@ -447,7 +447,7 @@ bool CKTXmlNode::MakeXMLString(CKTString& out, const char* text, int len) {
     const std::size_t offset = own ? static_cast<std::size_t>(text - out.GetBuffer()) : 0;
     if (needed > room || (out.AllocBuffer(static_cast<unsigned int>(room)) < 0 &&
                           out.AllocBuffer(static_cast<unsigned int>(needed)) < 0)) {
-        KTFault("src/core/KTBase/KTXml", "CKTXmlNode::MakeXMLString", __LINE__);
+        KTFault("src/core/KTBase/KTXml", "CKTXmlNode::MakeXMLString", 450);
         return true;
     }
     if (own)
