@@ -34,7 +34,7 @@ int CKTHTTPSocket::Commit(const char* method, const char* url, CKTString* conten
         return KT_ERROR;
     if (m_target != url)
         m_target.Parse(url);
-    if (m_target.IsEmpty())
+    if (m_target.IsEmpty() || m_target.GetProtocol() == nullptr)
         return KT_ERROR;
     m_request.SetMethod(method);
     m_request.SetProtocol(m_target.GetProtocol());
