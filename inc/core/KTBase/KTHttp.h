@@ -99,11 +99,13 @@ public:
     // ---- bodies sent ----
 
     /// Appends one chunk with as much of data as out has room for, or with the last chunk for no
-    /// data; the latter turns the chunked flag off. length 0: up to the NUL. Returns the bytes of
-    /// data taken; 0 also while out has less than 8 bytes of room.
+    /// data; the latter turns the chunked flag off. length 0: up to the NUL. out grows only by what
+    /// the size line of 64 KiB and more takes. Returns the bytes of data taken; 0 also while out has
+    /// less than 8 bytes of room.
     virtual int BuildChunked(CKTString& out, const char* data, unsigned long long length);
     /// Appends as much of data as out has room for and the content length leaves; in chunks when
-    /// the flag says so. length 0: up to the NUL. Returns the bytes taken. out does not grow.
+    /// the flag says so. length 0: up to the NUL. Returns the bytes taken. out does not grow but
+    /// for a chunk as above.
     virtual int BuildContent(CKTString& out, const char* data, unsigned long long length);
 
     /// For derived commands: a line of a request's head that nothing else took.

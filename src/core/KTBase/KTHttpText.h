@@ -2,7 +2,6 @@
 #ifndef KTBASE_KTHTTPTEXT_H
 #define KTBASE_KTHTTPTEXT_H
 
-#include <climits>
 #include <cstddef>
 #include <cstring>
 
