@@ -34,12 +34,15 @@ int CKTHTTPSocket::Commit(const char* method, const char* url, CKTString* conten
         return KT_ERROR;
     if (m_target != url)
         m_target.Parse(url);
-    if (m_target.IsEmpty() || m_target.GetProtocol() == nullptr)
+    if (m_target.IsEmpty())
         return KT_ERROR;
     m_request.SetMethod(method);
     m_request.SetProtocol(m_target.GetProtocol());
     m_request.SetHost(m_target.GetHost());
     m_request.SetURI(m_target.GetPath());
+    if (m_request.GetMethod() == nullptr || m_request.GetProtocol() == nullptr ||
+        m_request.GetHost() == nullptr || m_request.GetURI() == nullptr)
+        return KT_ERROR;
     const int result = Exchange(content, timeout);
     Close();
     return result == KT_OK ? m_response.GetCode() : KT_ERROR;
