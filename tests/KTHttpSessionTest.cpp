@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <deque>
-#include <memory>
 
 #include "KTTestBytes.h"
 #include "KTTestHttpPeer.h"
@@ -11,10 +10,6 @@
 #include "handles/handles.h"
 
 namespace {
-
-struct Releaser {
-    void operator()(CKTHTTPSession* session) const { session->Release(); }
-};
 
 struct Listener {
     Listener() : address("127.0.0.1") {
@@ -25,6 +20,16 @@ struct Listener {
     ~Listener() { CKTSocket::CloseSock(handle); }
     CKTSocketAddress address;
     unsigned long long handle;
+};
+
+/// A session that its scope ends.
+struct StackSession : KTTestPieces<CKTHTTPSession> {
+    int Get(const std::string& url, unsigned int timeoutMs = kKTTestLongMs) {
+        const int result = Commit("GET", url.c_str(), nullptr, 0, nullptr, timeoutMs);
+        EXPECT_FALSE(IsValid());
+        return result;
+    }
+    std::string Body() { return Text(*GetResponse()->GetContent()); }
 };
 
 /// A client's and a server's session with a connection between them.
@@ -61,26 +66,13 @@ struct Pair {
             client.RecvRequContent(nullptr, body);
         return Text(body);
     }
-    std::unique_ptr<CKTHTTPSession, Releaser> ownClient{CKTHTTPSession::Acquire()};
-    std::unique_ptr<CKTHTTPSession, Releaser> ownServer{CKTHTTPSession::Acquire()};
-    CKTHTTPSession& client = *ownClient;
-    CKTHTTPSession& server = *ownServer;
-};
-
-/// The client of exchanges, on the test's stack.
-struct Client : KTTestPieces<CKTHTTPSession> {
-    int Get(const std::string& url, unsigned int timeoutMs = kKTTestLongMs) {
-        const int result = Commit("GET", url.c_str(), nullptr, 0, nullptr, timeoutMs);
-        EXPECT_FALSE(IsValid());
-        return result;
-    }
-    std::string Body() { return Text(*GetResponse()->GetContent()); }
+    StackSession client, server;
 };
 
 // ---- exchanges ----
 
 TEST(HttpSession, ReadsEveryAnswerInAnyPieces) {
-    Client client;
+    StackSession client;
     KTTestReadsInPieces(client, [&](const char* method, const std::string& url, std::string& body) {
         EXPECT_EQ(client.Commit(method, url.c_str(), "sent", 0, "text/plain", kKTTestLongMs), 0);
         body = client.Body();
@@ -89,7 +81,7 @@ TEST(HttpSession, ReadsEveryAnswerInAnyPieces) {
 }
 
 TEST(HttpSession, SurvivesAServerThatFailsAtAnyByte) {
-    Client client;
+    StackSession client;
     KTTestSurvivesFaults([&](const std::string& url, unsigned int timeoutMs) {
         const int result = client.Get(url, timeoutMs);
         EXPECT_TRUE(result == 0 || result == (timeoutMs == kKTTestLongMs ? -1 : -2)) << result;
@@ -104,7 +96,7 @@ TEST(HttpSession, EndsWhatTheBufferCannotHold) {
                         (end + std::string(40000, 'x')));
             peer.AwaitEnd();
         });
-        Client client;
+        StackSession client;
         EXPECT_EQ(client.Get(peer.Url("/"), 50), -2);
         EXPECT_EQ(client.Get(peer.Url("/"), 0), -1);
     }
@@ -115,7 +107,7 @@ TEST(HttpSession, SendsWhatTheUrlAndTheCallerSay) {
         peer.Answer("HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nabc");
         peer.AwaitEnd();
     });
-    Client client;
+    StackSession client;
     CKTString both;
     const std::string url = peer.Url("/a?b", "http://Aladdin:open sesame@");
     const auto commit = [&](const char* body, unsigned int length) {
@@ -155,7 +147,7 @@ TEST(HttpSession, NeverSendsCredentialsInPlainTextForASecureTarget) {
             ++hellos;
         }
     });
-    Client client;
+    StackSession client;
     for (const char* scheme : {"https://", "WSS://", "https://"}) {
         EXPECT_EQ(client.Get(peer.Url("/", std::string(scheme) + "user:secret@")), -1);
         EXPECT_EQ(client.Open("127.0.0.1", peer.address.GetPort()), 0);
@@ -215,7 +207,7 @@ TEST(HttpSession, AnswersAChallengeOnceOnAConnectionThatLasts) {
                 if (peer.number != 1 || after != Closes)
                     peer.AwaitEnd();
             });
-            Client client;
+            StackSession client;
             client.SetDigestFull(login.full);
             EXPECT_EQ(client.Get(peer.Url("/dir/index.html", "http://Mufasa:CircleOfLife@")),
                       login.result);
@@ -252,9 +244,37 @@ TEST(HttpSession, RefusesTheOtherSidesPart) {
     EXPECT_EQ(pair.client.Commit("PUT", "http://h/", "x", 1ull << 32, nullptr, 1), -10);
 }
 
+TEST(HttpSession, AServerReadsRequestsInAnyPiecesAndSurvivesTheirEnd) {
+    const std::string request =
+        "POST /a HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n1\r\nd\r\n0\r\n";
+    const Listener listener;
+    StackSession server;
+    for (unsigned int split = 0; split < request.size(); ++split) {
+        int result;
+        for (const std::string& sent : {request.substr(0, split), request}) {
+            CKTSocketTCP client;
+            CKTString body;
+            ASSERT_EQ(client.Open("127.0.0.1", listener.address.GetPort()), 0);
+            ASSERT_EQ(server.Accept(listener.handle), 0);
+            client.Send(sent.data(), static_cast<int>(sent.size()), kKTTestLongMs);
+            client.Close();
+            server.GetRequest()->Reset();
+            server.first = split == 0 ? 1 : split;
+            server.rest = split == 0 ? 1 : 100000;
+            while ((result = server.Polling(kKTTestLongMs)) == 1)
+                server.RecvRequContent(nullptr, body);
+            EXPECT_EQ(result, -18);
+            EXPECT_FALSE(server.IsValid());
+            const bool whole = sent == request;
+            EXPECT_EQ(server.GetRequest()->IsCompleted(), whole) << split;
+            EXPECT_EQ(Text(body) == "abcd", whole || split >= 62) << split;
+        }
+    }
+}
+
 TEST(HttpSession, ARefusedConnectionEndsInPollingAndExchange) {
     const unsigned short port = Listener().address.GetPort();
-    Client client;
+    StackSession client;
     EXPECT_EQ(client.Get("http://127.0.0.1:" + std::to_string(port) + "/"), -1);
     if (client.Open("127.0.0.1", port) == 0) {  // not refused at once
         EXPECT_EQ(client.Polling(kKTTestLongMs), -18);
@@ -289,7 +309,7 @@ TEST(HttpSession, ReadsNothingWhileItsBufferIsFull) {
 }
 
 TEST(HttpSession, ReadsAnAnswerThatCameBeforeItFailedToSend) {
-    struct Failing : Client {
+    struct Failing : StackSession {
         using CKTHTTPSession::OnSend;
         int OnSend(fd_set*) override {
             server.Send(answer, 19, kKTTestLongMs);

@@ -452,13 +452,15 @@ public:
     /// Waits up to timeoutMs for the connection, then reads, parses a head that is due, and sends.
     /// Returns 1; 0 when nothing happened; -1; -7 without a connection; -18 when it has failed or
     /// the peer has closed it: it is closed then, and what was received is still there. While the
-    /// receive buffer is full nothing is read. Any handle will do, however large.
+    /// receive buffer is full nothing is read. What another thread appends to the send buffer during
+    /// the wait goes out with the next call. Any handle will do, however large.
     int Polling(unsigned int timeoutMs);
 
     /// One exchange: sends content (contentLength 0: up to its NUL) and reads the answer into
     /// GetResponse(), its body into GetResponse()->GetContent(). Interim answers (1xx) are passed
     /// over; the answer to HEAD, a 204 and a 304 end at their head. Credentials of the URL go along
-    /// as Basic; a 401 is answered once with Digest. A body larger than the room in the send buffer
+    /// as Basic; a 401 is answered once with Digest, after up to 0.1 s in which a server that did not
+    /// promise to keep the connection may close it. A body larger than the room in the send buffer
     /// is cut. https and wss use TLS (see SetVerify). timeoutMs counts anew for the head and for
     /// the body, and not for resolving, connecting with TLS and shaking hands; 0: none. Returns 0
     /// whatever the code, but -16 when the second answer is not 200; -1, without a time-out also
@@ -467,7 +469,7 @@ public:
     /// -16 also when the challenge does not read. The connection is closed.
     int Commit(const char* method, const char* url, const char* content,
                unsigned long long contentLength, const char* contentType, unsigned int timeoutMs);
-    /// Sets the target of HTTPCommit. Returns 0, or -4 when url is empty.
+    /// Sets the target of HTTPCommit. Returns 0; -4 when url is empty; -6.
     int HTTPOpen(const CKTUrl& url);
     /// One exchange with the target of HTTPOpen, with GetRequest() as the owner has filled it. On a
     /// 401 whose challenge reads it is sent once more as it is. Body and answer may be null. Returns

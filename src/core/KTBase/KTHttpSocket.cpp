@@ -40,6 +40,9 @@ int CKTHTTPSocket::Commit(const char* method, const char* url, CKTString* conten
     m_request.SetProtocol(m_target.GetProtocol());
     m_request.SetHost(m_target.GetHost());
     m_request.SetURI(m_target.GetPath());
+    if (m_request.GetMethod() == nullptr || m_request.GetProtocol() == nullptr ||
+        m_request.GetHost() == nullptr || m_request.GetURI() == nullptr)
+        return KT_ERROR;
     const int result = Exchange(content, timeout);
     Close();
     return result == KT_OK ? m_response.GetCode() : KT_ERROR;
