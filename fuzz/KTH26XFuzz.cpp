@@ -1,7 +1,8 @@
 // Streams and parameter sets as an attacker would send them. From the repository's root:
 //   clang++ -std=c++17 -g -O1 -fsanitize=fuzzer,address,undefined -DKTBASE_STATIC -Iinc/core
 //       -Isrc/core/KTBase -o build/KTH26XFuzz fuzz/KTH26XFuzz.cpp src/core/KTBase/*.cpp
-//       src/core/KTBase/os/posix/*.cpp
+//       src/core/KTBase/os/posix/*.cpp -lssl -lcrypto -lz
+//       $(pkg-config --cflags --libs jsoncpp)
 //   build/KTH26XFuzz -max_len=4096 CORPUS examples/media
 #include <cstddef>
 #include <cstdint>

@@ -2,6 +2,7 @@
 //   clang++ -std=c++17 -g -O1 -fsanitize=fuzzer,address,undefined -DKTBASE_STATIC -Iinc/core
 //       -Isrc/core/KTBase -o build/KTHttpFuzz fuzz/KTHttpFuzz.cpp src/core/KTBase/*.cpp
 //       src/core/KTBase/os/posix/*.cpp -lssl -lcrypto -lz
+//       $(pkg-config --cflags --libs jsoncpp)
 //   build/KTHttpFuzz -max_len=4096 CORPUS
 // The first byte of an input chooses what it is, the second where it is split.
 #include <cstddef>
