@@ -1,5 +1,4 @@
 #include <KTBase/KTMedia.h>
-#include <KTBase/KTPacket.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -8,18 +7,9 @@
 
 #include "KTHeap.h"
 #include "KTTestBytes.h"
+#include "KTTestFrame.h"
 
 namespace {
-
-struct Releaser {
-    template <class T>
-    void operator()(T* object) const {
-        object->Release();
-    }
-};
-template <class T>
-using Held = std::unique_ptr<T, Releaser>;
-using Packet = Held<CPacket>;
 
 const std::string kCode = Unhex("00000001");
 
@@ -35,21 +25,6 @@ const std::string k265SPS =
 const std::string k265PPS = Unhex("4401c172b42240");
 const std::string k264Key = kCode + k640 + kCode + kPPS + kCode + Unhex("65888400");
 const std::string k265Key = kCode + k265VPS + kCode + k265SPS + kCode + k265PPS;
-
-/// A frame in a packet of the payload's size; filler stands in the buffer behind it.
-Packet Frame(int type, int codec, const std::string& payload, int width = 0, int height = 0,
-             char filler = 0x5A) {
-    Packet packet(CPacket::Acquire(static_cast<unsigned int>(payload.size()) + 20, 0));
-    std::memset(packet->GetData(), filler, packet->GetSize());
-    packet->FrameInit();
-    packet->FrameSetType(static_cast<unsigned char>(type));
-    packet->FrameSetCodec(static_cast<unsigned char>(codec));
-    packet->FrameSetWidth(static_cast<unsigned short>(width));
-    packet->FrameSetHeight(static_cast<unsigned short>(height));
-    packet->FrameSetLength(static_cast<unsigned int>(payload.size()));
-    payload.copy(reinterpret_cast<char*>(packet->FrameGetData()), payload.size());
-    return packet;
-}
 
 std::string Sets(const CKTVideoHead* head, unsigned int flags = 0) {
     std::string sets(head->GetLength(flags), 0);
@@ -91,7 +66,7 @@ TEST(MediaHead, IsMadeFromTheFramesOfItsKindOnly) {
     CKTH264Head h264;
     CKTH265Head h265;
     for (const auto& c : cases) {
-        const Packet packet = Frame(c.type, c.codec, k264Key, 640, 360);
+        const Packet packet = TestFrame(c.type, c.codec, k264Key, 640, 360);
         const Held<CKTVideoHead> made(CKTVideoHead::CreateHead(packet.get()));
         EXPECT_EQ(Size(made.get()), c.made) << c.type << " " << c.codec;
         EXPECT_EQ(h264.Setup(packet.get()), c.h264) << c.type << " " << c.codec;
@@ -100,9 +75,9 @@ TEST(MediaHead, IsMadeFromTheFramesOfItsKindOnly) {
         EXPECT_EQ(h264.Check(packet.get()), c.same) << c.type << " " << c.codec;
     }
     h264.SetCodec(1);
-    EXPECT_FALSE(h264.Check(Frame(1, 16, "", 640, 360).get()) ||
-                 h264.Check(Frame(1, 1, "", 640, 368).get()) ||
-                 h264.Check(Frame(1, 1, "", 641, 360).get()));
+    EXPECT_FALSE(h264.Check(TestFrame(1, 16, "", 640, 360).get()) ||
+                 h264.Check(TestFrame(1, 1, "", 640, 368).get()) ||
+                 h264.Check(TestFrame(1, 1, "", 641, 360).get()));
     const Packet bare(CPacket::Acquire(0, 0));
     EXPECT_EQ(h264.Setup(bare.get()), -10);
     EXPECT_EQ(CKTVideoHead::CreateHead(bare.get()), nullptr);
@@ -169,7 +144,7 @@ TEST(MediaHead, ComparesFormats) {
 TEST(MediaHead, TakesAudioFormats) {
     for (const auto& [type, codec, is] :
          {std::tuple{0, 4, true}, {3, 13, true}, {0, 14, false}, {8, 4, false}}) {
-        const Packet packet = Frame(type, codec, "", 16000);
+        const Packet packet = TestFrame(type, codec, "", 16000);
         const Held<CKTAudioHead> head(CKTAudioHead::CreateHead(packet.get()));
         ASSERT_EQ(head != nullptr, is) << type << " " << codec;
         CKTAudioHead fresh(static_cast<unsigned short>(codec));
@@ -190,19 +165,19 @@ TEST(MediaDesc, FollowsTheStreamsFormat) {
         EXPECT_EQ(desc->Setup(packet.get()), 0);
         return Size(desc->GetVideoHead());
     };
-    EXPECT_EQ(after(Frame(0, 1, k264Key)), "none");
+    EXPECT_EQ(after(TestFrame(0, 1, k264Key)), "none");
     EXPECT_EQ(after(Packet(CPacket::Acquire(0, 0))), "none");
-    EXPECT_EQ(after(Frame(1, 1, k264Key, 640, 360)), "640x360");
+    EXPECT_EQ(after(TestFrame(1, 1, k264Key, 640, 360)), "640x360");
     const CKTVideoHead* const first = desc->GetVideoHead();
-    EXPECT_EQ(after(Frame(0, 1, "", 330, 179)), "640x360");
-    EXPECT_EQ(after(Frame(1, 1, "", 640, 360)), "640x360");
+    EXPECT_EQ(after(TestFrame(0, 1, "", 330, 179)), "640x360");
+    EXPECT_EQ(after(TestFrame(1, 1, "", 640, 360)), "640x360");
     EXPECT_EQ(desc->GetVideoHead(), first);
-    EXPECT_EQ(after(Frame(1, 2, k265Key, 640, 360)), "330x179");  // the codec has changed
+    EXPECT_EQ(after(TestFrame(1, 2, k265Key, 640, 360)), "330x179");  // the codec has changed
     EXPECT_TRUE(desc->GetVideoHead()->IsH265());
-    EXPECT_EQ(after(Frame(0, 8, "", 16000)), "330x179");
+    EXPECT_EQ(after(TestFrame(0, 8, "", 16000)), "330x179");
     EXPECT_EQ(desc->GetAudioHead()->GetFreq(), 16000u);
     const Held<CKTMediaDesc> copy(desc->Clone());
-    EXPECT_EQ(after(Frame(1, 14, "", 330, 179)), "none");  // leads to no head
+    EXPECT_EQ(after(TestFrame(1, 14, "", 330, 179)), "none");  // leads to no head
     EXPECT_EQ(desc->SetupAudio(6, 1, 8000), 0);
     EXPECT_EQ(desc->GetAudioHead(), nullptr);
 
@@ -256,7 +231,7 @@ TEST(MediaDesc, MeasuresItsDuration) {
 TEST(MediaHostile, CutFramesReadNothingBehindThem) {
     for (const bool h265 : {false, true}) {
         const auto result = [&](const std::string& payload, unsigned int claimed, char filler) {
-            const Packet packet = Frame(1, h265 ? 2 : 1, payload, 0, 0, filler);
+            const Packet packet = TestFrame(1, h265 ? 2 : 1, payload, 0, 0, filler);
             packet->FrameSetLength(claimed);
             const Held<CKTVideoHead> head(CKTVideoHead::CreateHead(packet.get()));
             return Size(head.get()) + Sets(head.get());

@@ -1,14 +1,12 @@
-#include <KTBase/KTPacket.h>
 #include <KTBase/KTString.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <memory>
 #include <string>
 
 #include "Finder.h"
 #include "KTTestBytes.h"
 #include "KTTestFolder.h"
+#include "KTTestFrame.h"
 #include "Page.h"
 #include "Part.h"
 #include "Recording.h"
@@ -16,12 +14,6 @@
 #include "Timeline.h"
 
 namespace {
-
-struct Releaser {
-    void operator()(CPacket* packet) const { packet->Release(); }
-};
-
-typedef std::unique_ptr<CPacket, Releaser> Packet;
 
 /// "" for a part that is a frame, else what is wrong.
 std::string Check(const std::string& hex) {
@@ -165,19 +157,9 @@ TEST(Recorder, ShowsHostileTextsAsTexts) {
 namespace {
 
 /// A key frame with the first bytes of a stream, which begins with its parameter sets.
-Packet KeyFrame(const char* stream, unsigned char codec, unsigned short width,
-                unsigned short height) {
-    const std::string payload =
-        TestFolder::Get(std::string(KTBASE_MEDIA_DIR "/") + stream).substr(0, 1500);
-    Packet packet(CPacket::Acquire(static_cast<unsigned int>(payload.size()) + 20, 0));
-    packet->FrameInit();
-    packet->FrameSetType(1);
-    packet->FrameSetCodec(codec);
-    packet->FrameSetWidth(width);
-    packet->FrameSetHeight(height);
-    packet->FrameSetLength(static_cast<unsigned int>(payload.size()));
-    std::memcpy(packet->FrameGetData(), payload.data(), payload.size());
-    return packet;
+Packet KeyFrame(const char* stream, int codec, int width, int height) {
+    const std::string bytes = TestFolder::Get(std::string(KTBASE_MEDIA_DIR "/") + stream);
+    return TestFrame(1, codec, bytes.substr(0, 1500), width, height);
 }
 
 }  // namespace
