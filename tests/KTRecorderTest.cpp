@@ -26,6 +26,12 @@ std::string Check(const std::string& hex) {
     return why != nullptr ? why : "";
 }
 
+/// A key frame with the first bytes of a stream, which begins with its parameter sets.
+Packet KeyFrame(const char* stream, int codec, int width, int height) {
+    const std::string bytes = TestFolder::Get(std::string(KTBASE_MEDIA_DIR "/") + stream);
+    return TestFrame(1, codec, bytes.substr(0, 1500), width, height);
+}
+
 }  // namespace
 
 TEST(Recorder, TakesAPartThatIsAFrameAndNoOther) {
@@ -151,18 +157,6 @@ TEST(Recorder, ShowsHostileTextsAsTexts) {
     ASSERT_TRUE(AppendJson(status, json));
     EXPECT_NE(Text(json).find(R"(a\"b\\c)"), std::string::npos);
 }
-
-// ---- files ----
-
-namespace {
-
-/// A key frame with the first bytes of a stream, which begins with its parameter sets.
-Packet KeyFrame(const char* stream, int codec, int width, int height) {
-    const std::string bytes = TestFolder::Get(std::string(KTBASE_MEDIA_DIR "/") + stream);
-    return TestFrame(1, codec, bytes.substr(0, 1500), width, height);
-}
-
-}  // namespace
 
 TEST(Recorder, BeginsAFileForEachFormatAndLeavesOlderOnesAlone) {
     const Packet small = KeyFrame("h264-main-640x360-four-byte.h264", 1, 640, 360);
