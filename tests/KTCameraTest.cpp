@@ -2,55 +2,41 @@
 
 #include <KTBase/KTDigest.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include "Access.h"
 #include "Discovery.h"
 #include "Film.h"
+#include "KTTestBytes.h"
+#include "KTTestFrame.h"
 #include "Server.h"
 #include "Stream.h"
 
 namespace {
 
-/// Bytes of hexadecimal digits; a blank is a start code of three bytes, a dot one of four.
-std::vector<unsigned char> Bytes(const std::string& text) {
-    std::vector<unsigned char> bytes;
-    for (std::size_t i = 0; i < text.size();) {
-        if (text[i] == ' ' || text[i] == '.') {
-            bytes.insert(bytes.end(), text[i++] == ' ' ? 2 : 3, 0);
-            bytes.push_back(1);
-            continue;
-        }
-        bytes.push_back(static_cast<unsigned char>(std::stoi(text.substr(i, 2), nullptr, 16)));
-        i += 2;
-    }
-    return bytes;
-}
-
-std::vector<unsigned char> Media(const char* name) {
-    std::vector<unsigned char> bytes;
-    EXPECT_EQ(ReadFile((KTBASE_MEDIA_DIR "/" + std::string(name)).c_str(), bytes), nullptr);
-    return bytes;
+/// Hexadecimal digits; a blank is a start code of three bytes, a dot one of four.
+std::vector<unsigned char> StreamOf(const std::string& text) {
+    std::string hex;
+    for (const char c : text)
+        hex += c == ' ' ? "000001" : c == '.' ? "00000001" : std::string(1, c);
+    const std::string bytes = Unhex(hex);
+    return {bytes.begin(), bytes.end()};
 }
 
 std::string Md5(const std::string& text) {
     char digits[33];
-    return KTMD5Data(reinterpret_cast<const unsigned char*>(text.data()),
-                     static_cast<unsigned int>(text.size()), digits);
+    return KTMD5Data(Bytes(text), static_cast<unsigned int>(text.size()), digits);
 }
 
-/// The nonce of a fresh challenge, which is checked on the way.
+/// The nonce of a fresh challenge.
 std::string NonceOf(const Access& access, unsigned long long nowMs) {
     const std::string begin = "Digest realm=\"Gate 1\", nonce=\"";
     CKTHTTPCommand reply;
     access.Challenge(reply, nowMs);
-    const char* const challenge = reply.GetAuthenDigestWWW();
-    if (challenge == nullptr || std::strncmp(challenge, begin.c_str(), begin.size()) != 0)
-        return "";
-    const std::string rest = challenge + begin.size();
-    return rest.substr(0, rest.size() - 1);
+    const std::string challenge = reply.GetAuthenDigestWWW();
+    EXPECT_EQ(challenge.substr(0, begin.size()), begin);
+    return challenge.substr(begin.size(), challenge.size() - begin.size() - 1);
 }
 
 /// An answer as RFC 2617 has it without qop.
@@ -63,23 +49,14 @@ std::string Answer(const std::string& nonce, const std::string& password, const 
 
 /// Whether text is the pattern, in which each "*" stands for anything.
 bool Matches(const std::string& text, const std::string& pattern) {
-    std::size_t at = 0;
-    std::size_t begin = 0;
-    for (;;) {
-        const std::size_t star = pattern.find('*', begin);
-        const std::string piece = pattern.substr(begin, star - begin);
-        const std::size_t found =
-            star == std::string::npos && begin != 0 && text.size() >= piece.size()
-                ? text.size() - piece.size()
-                : at;
-        const std::size_t place = text.find(piece, found);
-        if (place == std::string::npos || (begin == 0 && place != 0) || place < at)
-            return false;
-        if (star == std::string::npos)
-            return place + piece.size() == text.size();
-        at = place + piece.size();
-        begin = star + 1;
-    }
+    const std::size_t star = pattern.find('*');
+    if (star == std::string::npos)
+        return text == pattern;
+    bool found = false;
+    if (text.compare(0, star, pattern, 0, star) == 0)
+        for (std::size_t at = star; at <= text.size() && !found; ++at)
+            found = Matches(text.substr(at), pattern.substr(star + 1));
+    return found;
 }
 
 /// A camera of which every step is taken by the test, and one peer of it.
@@ -87,17 +64,14 @@ class Camera : public testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(m_server.Listen(0)); }
 
-    /// A frame whose bytes all are its number.
-    void Show(unsigned char number, bool isKey, unsigned int bytes) {
-        const PacketRef packet(CPacket::Acquire(bytes + 20, 0));
-        packet->FrameInit();
-        packet->FrameSetType(isKey ? 1 : 0);
-        packet->FrameSetCodec(1);
-        packet->FrameSetLength(bytes);
+    /// A frame whose bytes all are its number. Returns it with its header.
+    std::string Show(unsigned char number, bool isKey, unsigned int bytes) {
+        const Packet packet =
+            TestFrame(isKey ? 1 : 0, 1, std::string(bytes, static_cast<char>(number)));
         CKTTime now;
         packet->FrameSetTime(now);
-        std::memset(packet->FrameGetData(), number, bytes);
         m_server.Show(packet.get());
+        return std::string(packet->GetData(), packet->GetData() + bytes + 20);
     }
 
     void Ask(const std::string& text) {
@@ -130,11 +104,6 @@ protected:
         return "no end of: " + text.substr(0, 1000);
     }
 
-    std::string Exchange(const std::string& request) {
-        Ask(request);
-        return Take("");
-    }
-
     Server m_server{{"Gate 1", false, 640, 360, 12.5},
                     Access(Access::kBasic, "eve", "s3cret", "Gate 1")};
     CKTSocketTCP m_peer;
@@ -148,9 +117,9 @@ TEST(CameraParts, CutsAFilmIntoWholeFramesWithLongStartCodes) {
     // A slice before the key frame; filler data and an end of stream behind a frame; padding.
     const std::string sets = "674d001eda050412 68cc ";
     Film film;
-    ASSERT_EQ(CutFilm(Bytes(" 61888d68 " + sets + "65888568.0cff80 61888d680000.0b"), film),
+    ASSERT_EQ(CutFilm(StreamOf(" 61888d68 " + sets + "65888568.0cff80 61888d680000.0b"), film),
               nullptr);
-    EXPECT_EQ(film.bytes, Bytes(".61888d68.674d001eda050412.68cc.65888568.0cff80.61888d68.0b"));
+    EXPECT_EQ(film.bytes, StreamOf(".61888d68.674d001eda050412.68cc.65888568.0cff80.61888d68.0b"));
     ASSERT_EQ(film.pictures.size(), 2u);
     EXPECT_TRUE(film.pictures[0].isKey);
     EXPECT_FALSE(film.pictures[1].isKey);
@@ -158,34 +127,16 @@ TEST(CameraParts, CutsAFilmIntoWholeFramesWithLongStartCodes) {
     EXPECT_EQ(film.pictures[1].begin, 41u);
     EXPECT_EQ(film.pictures[1].length, 13u);
 
-    EXPECT_STREQ(CutFilm(Bytes(" " + sets + "61888d68"), film = Film()), "it holds no key frame");
-}
-
-TEST(CameraParts, CutsWhatEncodersMake) {
-    // Frames: ffprobe 5.1.9. The four-byte file was written by another program.
-    Film film;
-    ASSERT_EQ(CutFilm(Media("h264-main-640x360.h264"), film), nullptr);
-    EXPECT_EQ(film.bytes, Media("h264-main-640x360-four-byte.h264"));
-    EXPECT_EQ(film.pictures.size(), 150u);
-    EXPECT_EQ(film.pictures[149].width, 640);
-
-    ASSERT_EQ(CutFilm(Media("h265-main-1280x720.h265"), film = Film()), nullptr);
-    ASSERT_EQ(film.pictures.size(), 250u);
-    unsigned int keys = 0;
-    unsigned int end = 0;
-    for (const Picture& picture : film.pictures) {
-        keys += picture.isKey;
-        EXPECT_EQ(picture.begin, end);
-        end = picture.begin + picture.length;
-    }
-    EXPECT_EQ(keys, 5u);
-    EXPECT_EQ(end, film.bytes.size());
-    EXPECT_EQ(film.pictures[249].height, 720);
+    EXPECT_STREQ(CutFilm(StreamOf(" " + sets + "61888d68"), film = Film()),
+                 "it holds no key frame");
 }
 
 TEST(CameraParts, PlaysOnScheduleWithTimesThatRiseForEver) {
+    std::vector<unsigned char> stream;
+    ASSERT_EQ(ReadFile(KTBASE_MEDIA_DIR "/h265-main10-854x482.h265", stream), nullptr);
     Film film;
-    ASSERT_EQ(CutFilm(Media("h265-main10-854x482.h265"), film), nullptr);
+    ASSERT_EQ(CutFilm(stream, film), nullptr);
+    EXPECT_TRUE(film.pictures[11].width == 854 && film.pictures[11].height == 482);
     Player player(film, 60);
     const unsigned long long startUs = player.DueUs();
     unsigned long long last = 0;
@@ -210,7 +161,6 @@ TEST(CameraParts, ChecksDigest) {
     const Access access(Access::kDigest, "eve", "s3cret", "Gate 1");
     const unsigned long long now = 1000000;
     const std::string nonce = NonceOf(access, now);
-    ASSERT_FALSE(nonce.empty());
     EXPECT_NE(NonceOf(access, now), nonce);
     const std::string right = Answer(nonce, "s3cret", "/stream?a=1");
     const auto allows = [&](const std::string& answer, unsigned long long when) {
@@ -221,13 +171,11 @@ TEST(CameraParts, ChecksDigest) {
     EXPECT_FALSE(allows(right, now + 60000));
     EXPECT_FALSE(access.Allows(right.c_str(), "HEAD", "/stream?a=1", now));
     EXPECT_FALSE(access.Allows(right.c_str(), "GET", "/raw", now));
-    EXPECT_FALSE(access.Allows(nullptr, "GET", "/stream?a=1", now));
 
     std::string forged = nonce;
     forged[0] = forged[0] == '0' ? '1' : '0';  // a later time under an old seal
     const std::string others[] = {
         Answer(nonce, "S3cret", "/stream?a=1"),
-        Answer(nonce, "s3cret", "/stream"),
         Answer(forged, "s3cret", "/stream?a=1"),
         Answer("", "s3cret", "/stream?a=1"),
         Answer(NonceOf(Access(Access::kDigest, "eve", "s3cret", "Gate 1"), now), "s3cret",
@@ -235,7 +183,6 @@ TEST(CameraParts, ChecksDigest) {
         right + ", uri=\"/raw\"",
         right.substr(0, right.size() - 1),
         right.substr(0, right.size() - 2) + "\"",
-        "Digest ",
         "Digest =",
         "Basic ZXZlOnMzY3JldA==",
     };
@@ -249,21 +196,11 @@ TEST(CameraParts, ChecksBasic) {
     access.Challenge(reply, 0);
     EXPECT_STREQ(reply.GetAuthenWWW(), "Basic realm=\"Gate 1\"");
     EXPECT_NE(reply.GetAuthenDigestWWW(), nullptr);
-    const struct {
-        const char* answer;  // by base64 of GNU coreutils
-        bool allowed;
-    } cases[] = {
-        {"Basic ZXZlOnMzOmNyZXQ=", true},
-        {"bASIC ZXZlOnMzOmNyZXQ=", true},
-        {"Basic ZXZlOnMz", false},          // eve:s3
-        {"Basic ZXZlOnMzOmNyZXQw", false},  // eve:s3:cret0
-        {"Basic ZXZl", false},              // eve
-        {"Basic ", false},
-        {"Basic", false},
-        {"", false},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(access.Allows(c.answer, "GET", "/", 0), c.allowed) << c.answer;
+    const auto allows = [&](const char* answer) { return access.Allows(answer, "GET", "/", 0); };
+    // By base64 of GNU coreutils: eve:s3:cret; eve:s3, eve:s3:cret0 and eve.
+    EXPECT_TRUE(allows("Basic ZXZlOnMzOmNyZXQ=") && allows("bASIC ZXZlOnMzOmNyZXQ="));
+    EXPECT_FALSE(allows("Basic ZXZlOnMz") || allows("Basic ZXZlOnMzOmNyZXQw") ||
+                 allows("Basic ZXZl") || allows("Basic"));
 }
 
 TEST_F(Camera, AnswersEveryKindOfRequest) {
@@ -272,34 +209,30 @@ TEST_F(Camera, AnswersEveryKindOfRequest) {
         std::string request;
         std::string reply;  // in order, with "*" for anything between
     } cases[] = {
-        {"GET /snapshot HTTP/1.1\r\n" + kAuthen + "\r\n",
-         "HTTP/1.1 200 OK\r\n*Connection: close\r\n*Content-Type: video/h264\r\n"
-         "Content-Length: 5\r\n\r\n\7\7\7\7\7"},
         {"HEAD /snapshot HTTP/1.1\r\n" + kAuthen + "\r\n",
          "HTTP/1.1 200 OK\r\n*Content-Length: 5\r\n\r\n"},
         {"GET http://camera/describe?x HTTP/1.0\r\n" + kAuthen + "\r\n",
          "HTTP/1.1 200 OK\r\n*text/xml\r\nContent-Length: *\r\n\r\n<camera name=\"Gate 1\" "
          "codec=\"H264\" width=\"640\" height=\"360\" fps=\"12.5\" url=\"" +
              m_server.GetUrl() + "stream\"*"},
-        {"GET /stream HTTP/1.1\r\n\r\n",
-         "HTTP/1.1 401 Unauthorized\r\n*WWW-Authenticate: Basic realm=\"Gate 1\"\r\n*"},
         {"HEAD /stream HTTP/1.1\r\n" + kAuthen + "\r\n",
          "HTTP/1.1 200 OK\r\n*Content-Type: multipart/mixed; boundary=ktframe\r\n\r\n"},
         {"GET / HTTP/1.1\r\n" + kAuthen + "\r\n", "HTTP/1.1 404 Not Found\r\n*"},
         {"POST /stream HTTP/1.1\r\n" + kAuthen + "Content-Length: 9\r\n\r\nGET / HTT",
          "HTTP/1.1 405 Method Not Allowed\r\n*Allow: GET, HEAD\r\n*"},
-        {"hello\r\n\r\n", "HTTP/1.1 400 Bad Request\r\n*"},
         {"GET /describe RTSP/1.0\r\n" + kAuthen + "\r\n", "HTTP/1.1 400 Bad Request\r\n*"},
         {std::string(40000, 'a'), "HTTP/1.1 400 Bad Request\r\n*"},
         // Three on one connection, the last of which ends it.
         {"GET / HTTP/1.1\r\nConnection: keep-alive\r\n\r\nHEAD / HTTP/1.1\r\nConnection: "
          "keep-alive\r\n\r\nGET /snapshot HTTP/1.1\r\n" +
              kAuthen + "\r\n",
-         "HTTP/1.1 401 *keep-alive\r\n*raw and /snapshot.\nHTTP/1.1 401 *\r\n\r\nHTTP/1.1 200 *"
-         "\r\n\r\n\7\7\7\7\7"},
+         "HTTP/1.1 401 Unauthorized\r\n*keep-alive\r\n*WWW-Authenticate: Basic realm=\"Gate 1\"\r\n"
+         "*raw and /snapshot.\nHTTP/1.1 401 *\r\n\r\nHTTP/1.1 200 OK\r\n*Connection: close\r\n"
+         "*Content-Type: video/h264\r\nContent-Length: 5\r\n\r\n\7\7\7\7\7"},
     };
     for (const auto& c : cases) {
-        const std::string reply = Exchange(c.request);
+        Ask(c.request);
+        const std::string reply = Take("");
         EXPECT_TRUE(Matches(reply, c.reply)) << c.request.substr(0, 200) << reply;
     }
 }
@@ -315,8 +248,7 @@ TEST_F(Camera, ASlowPeerLosesFramesUpToTheNextKeyFrame) {
         Show(number, number == 3, kBytes);
         Turn();
     }
-    const std::string first = Take(std::string(3, '\5'));
-    std::string rest = first;
+    std::string rest = Take(std::string(3, '\5'));
     Show(60, false, 10);  // there is room again, but it cannot be decoded
     Show(61, true, 10);
     Show(62, false, 10);
@@ -335,17 +267,11 @@ TEST_F(Camera, ASlowPeerLosesFramesUpToTheNextKeyFrame) {
 TEST_F(Camera, FramesTheStreamInParts) {
     Ask("GET /stream HTTP/1.1\r\n" + kAuthen + "\r\n");
     Take("boundary=ktframe\r\n\r\n");
-    Show(7, true, 100000);
-    Show(8, false, 6);
-    const std::string parts = Take(std::string(6, '\10'));
-    const std::string first =
-        "--ktframe\r\nContent-Type: application/octet-stream\r\nContent-Length: 100020\r\n\r\n";
-    const std::string second =
-        "--ktframe\r\nContent-Type: application/octet-stream\r\nContent-Length: 26\r\n\r\n";
-    EXPECT_EQ(parts.substr(0, first.size() + 4), first + std::string("\0\0\1\xE1", 4));
-    EXPECT_EQ(parts.substr(first.size() + 100020, second.size() + 4),
-              second + std::string("\0\0\1\xE0", 4));
-    EXPECT_EQ(parts.size(), first.size() + 100020 + second.size() + 26);
+    const std::string key = Show(7, true, 100000), next = Show(8, false, 6);
+    const std::string part =
+        "--ktframe\r\nContent-Type: application/octet-stream\r\nContent-Length: ";
+    EXPECT_TRUE(Take(std::string(6, '\10')) ==
+                part + "100020\r\n\r\n" + key + part + "26\r\n\r\n" + next);
 }
 
 TEST(CameraParts, AnswersDiscoveryAndNothingElse) {

@@ -1,66 +1,30 @@
-#include <KTBase/KTH26X.h>
 #include <KTBase/KTMedia.h>
-#include <KTBase/KTPacket.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <memory>
-#include <random>
 #include <string>
 
 #include "KTHeap.h"
-#include "KTTestLoad.h"
+#include "KTTestBytes.h"
+#include "KTTestFrame.h"
 
 namespace {
 
-struct Releaser {
-    template <class T>
-    void operator()(T* object) const {
-        object->Release();
-    }
-};
-template <class T>
-using Held = std::unique_ptr<T, Releaser>;
-using Packet = Held<CPacket>;
-
-std::string Hex(const std::string& text) {
-    std::string bytes;
-    for (std::size_t i = 0; i < text.size(); i += 2)
-        bytes += static_cast<char>(std::stoi(text.substr(i, 2), nullptr, 16));
-    return bytes;
-}
-
-const std::string kCode = Hex("00000001");
+const std::string kCode = Unhex("00000001");
 
 // Sets that libx264 164 and libx265 3.5 wrote. The sizes were worked out from what ffmpeg's
 // trace_headers prints: 4:2:0 units of cropping, and no doubling for fields.
-const std::string k336 = Hex("676e0015a6cd941533c92602200000");  // High 10, level 2.1: 330x84
+const std::string k336 = Unhex("676e0015a6cd941533c92602200000");  // High 10, level 2.1: 330x84
 const std::string k640 =
-    Hex("674d4016eca05017fcb80880000003008000000f078b16cb");  // Main, level 2.2: 640x360
-const std::string kPPS = Hex("68ebecb2");
-const std::string k265VPS = Hex("40010c02ffff01600000030090000003000003003c00009594aca048");
-const std::string k265SPS = Hex("4201010408000003009d0800000300003cb00a880b9c9365959a4932bc05a020");
-const std::string k265PPS = Hex("4401c172b42240");
-const std::string k264Key = kCode + k640 + kCode + kPPS + kCode + Hex("65888400");
+    Unhex("674d4016eca05017fcb80880000003008000000f078b16cb");  // Main, level 2.2: 640x360
+const std::string kPPS = Unhex("68ebecb2");
+const std::string k265VPS = Unhex("40010c02ffff01600000030090000003000003003c00009594aca048");
+const std::string k265SPS =
+    Unhex("4201010408000003009d0800000300003cb00a880b9c9365959a4932bc05a020");
+const std::string k265PPS = Unhex("4401c172b42240");
+const std::string k264Key = kCode + k640 + kCode + kPPS + kCode + Unhex("65888400");
 const std::string k265Key = kCode + k265VPS + kCode + k265SPS + kCode + k265PPS;
-
-/// A frame in a packet of the payload's size; filler stands in the buffer behind it.
-Packet Frame(int type, int codec, const std::string& payload, int width = 0, int height = 0,
-             char filler = 0x5A) {
-    Packet packet(CPacket::Acquire(static_cast<unsigned int>(payload.size()) + 20, 0));
-    std::memset(packet->GetData(), filler, packet->GetSize());
-    packet->FrameInit();
-    packet->FrameSetType(static_cast<unsigned char>(type));
-    packet->FrameSetCodec(static_cast<unsigned char>(codec));
-    packet->FrameSetWidth(static_cast<unsigned short>(width));
-    packet->FrameSetHeight(static_cast<unsigned short>(height));
-    packet->FrameSetLength(static_cast<unsigned int>(payload.size()));
-    payload.copy(reinterpret_cast<char*>(packet->FrameGetData()), payload.size());
-    return packet;
-}
 
 std::string Sets(const CKTVideoHead* head, unsigned int flags = 0) {
     std::string sets(head->GetLength(flags), 0);
@@ -86,51 +50,7 @@ std::string Size(const CKTVideoHead* head) {
                : std::to_string(head->GetWidth()) + "x" + std::to_string(head->GetHeight());
 }
 
-std::string ReadNormalised(const std::string& file) {
-    std::ifstream in(KTBASE_MEDIA_DIR "/" + file, std::ios::binary);
-    const std::string raw{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    std::string out(raw.size() * 4 / 3, 0);
-    const long long size = H26XNormalise(
-        reinterpret_cast<const unsigned char*>(raw.data()), static_cast<unsigned int>(raw.size()),
-        reinterpret_cast<unsigned char*>(out.data()), static_cast<unsigned int>(out.size()));
-    return out.substr(0, size > 0 ? static_cast<std::size_t>(size) : 0);
-}
-
-/// First unit of the stream whose header begins with this byte, with its code.
-std::string UnitOf(const std::string& stream, char header) {
-    const std::size_t begin = stream.find(kCode + header);
-    return stream.substr(begin, stream.find(kCode, begin + 4) - begin);
-}
-
 }  // namespace
-
-// As ffprobe shows the sizes but where they are coded in fields (half the height less twice the
-// cropped lines) or in 4:2:2 (two lines for each one cropped).
-TEST(MediaSamples, EachLeadsToItsDescription) {
-    const struct {
-        const char *file, *size;
-    } samples[] = {
-        {"h264-main-640x360.h264", "640x360"},     {"h264-main-640x360-four-byte.h264", "640x360"},
-        {"h264-high-1920x1080.h264", "1920x1080"}, {"h264-interlaced-1440x1080.h264", "1440x536"},
-        {"h264-422-630x355.h264", "630x342"},      {"h265-main-1280x720.h265", "1280x720"},
-        {"h265-main10-854x482.h265", "854x482"}};
-    for (const auto& sample : samples) {
-        const bool h265 = sample.file[3] == '5';
-        const std::string stream = ReadNormalised(sample.file);
-        const std::string sps = UnitOf(stream, h265 ? 0x42 : 0x67),
-                          pps = UnitOf(stream, h265 ? 0x44 : 0x68),
-                          vps = h265 ? UnitOf(stream, 0x40) : "";
-        const Held<CKTMediaDesc> desc(CKTMediaDesc::Create(0));
-        EXPECT_EQ(desc->Setup(Frame(1, h265 ? 34 : 17, stream).get()), 0);
-        const CKTVideoHead* head = desc->GetVideoHead();
-        ASSERT_EQ(Size(head), sample.size) << sample.file;
-        EXPECT_TRUE(head->IsValid() && head->IsH265() == h265 && head->IsH264() != h265);
-        EXPECT_EQ(head->GetCodec(), h265 ? 34 : 17);
-        EXPECT_EQ(Sets(head), sps + pps + vps);
-        EXPECT_EQ(Sets(head, 0x100), pps + vps);
-        EXPECT_EQ(Sets(head, 0x600), sps);
-    }
-}
 
 TEST(MediaHead, IsMadeFromTheFramesOfItsKindOnly) {
     const struct {
@@ -139,17 +59,14 @@ TEST(MediaHead, IsMadeFromTheFramesOfItsKindOnly) {
         int h264, h265;  // what Setup answers
         bool same;       // to a head of its codec and size
     } cases[] = {
-        {1, 1, "640x360", 0, -10, true},  {11, 31, "640x360", 0, -10, true},
-        {1, 2, "0x0", -10, 0, true},      {11, 47, "0x0", -10, 0, true},
-        {1, 14, "none", -10, -10, true},  {0, 1, "none", -10, -10, false},
-        {4, 1, "none", -10, -10, false},  {9, 16, "none", -10, -10, false},
-        {12, 1, "none", -10, -10, false}, {1, 15, "none", -10, -10, false},
-        {1, 48, "none", -10, -10, false}, {1, 5, "none", -10, -10, false},
+        {11, 31, "640x360", 0, -10, true}, {1, 47, "0x0", -10, 0, true},
+        {1, 14, "none", -10, -10, true},   {0, 1, "none", -10, -10, false},
+        {4, 1, "none", -10, -10, false},   {1, 5, "none", -10, -10, false},
     };
     CKTH264Head h264;
     CKTH265Head h265;
     for (const auto& c : cases) {
-        const Packet packet = Frame(c.type, c.codec, k264Key, 640, 360);
+        const Packet packet = TestFrame(c.type, c.codec, k264Key, 640, 360);
         const Held<CKTVideoHead> made(CKTVideoHead::CreateHead(packet.get()));
         EXPECT_EQ(Size(made.get()), c.made) << c.type << " " << c.codec;
         EXPECT_EQ(h264.Setup(packet.get()), c.h264) << c.type << " " << c.codec;
@@ -158,33 +75,29 @@ TEST(MediaHead, IsMadeFromTheFramesOfItsKindOnly) {
         EXPECT_EQ(h264.Check(packet.get()), c.same) << c.type << " " << c.codec;
     }
     h264.SetCodec(1);
-    EXPECT_FALSE(h264.Check(Frame(1, 16, "", 640, 360).get()) ||
-                 h264.Check(Frame(1, 1, "", 640, 368).get()) ||
-                 h264.Check(Frame(1, 1, "", 641, 360).get()));
+    EXPECT_FALSE(h264.Check(TestFrame(1, 16, "", 640, 360).get()) ||
+                 h264.Check(TestFrame(1, 1, "", 640, 368).get()) ||
+                 h264.Check(TestFrame(1, 1, "", 641, 360).get()));
     const Packet bare(CPacket::Acquire(0, 0));
     EXPECT_EQ(h264.Setup(bare.get()), -10);
-    EXPECT_EQ(h265.Setup(nullptr), -4);
     EXPECT_EQ(CKTVideoHead::CreateHead(bare.get()), nullptr);
-    EXPECT_EQ(CKTVideoHead::CreateHead(nullptr), nullptr);
-    EXPECT_FALSE(h264.Check(static_cast<CPacket*>(nullptr)) ||
-                 h265.Check(static_cast<CKTMediaHead*>(nullptr)));
 }
 
 TEST(MediaHead, KeepsAStoredSetAndReplacesAnother) {
     CKTH264Head head;
     EXPECT_EQ(SetUnit(head, k336, 1), 0);
+    EXPECT_FALSE(head.IsValid());
     EXPECT_EQ(SetUnit(head, kPPS, 1), 0);
+    EXPECT_TRUE(head.IsValid());
     const std::string stored = kCode + k336 + kCode + kPPS;
     EXPECT_EQ(Sets(&head), stored);
     EXPECT_EQ(head.GetSPS().GetBuffer()[stored.find(kPPS) - 4], 0);  // terminated
-    // The same bodies behind other headers, a set that cannot be decoded, other units, nothing.
+    // The same bodies behind other headers, a set that cannot be decoded, another unit, no body.
     EXPECT_EQ(SetUnit(head, "\x27" + k336.substr(1), 1), 0);
     EXPECT_EQ(SetUnit(head, "\x28" + kPPS.substr(1), 1), 0);
     EXPECT_EQ(SetUnit(head, k640.substr(0, 8), 1), -15);
-    EXPECT_EQ(SetUnit(head, Hex("6588"), 1), -1);
+    EXPECT_EQ(SetUnit(head, Unhex("6588"), 1), -1);
     EXPECT_EQ(SetUnit(head, "\x67", 1), -4);
-    EXPECT_EQ(head.SetNAL(7, nullptr, 9), -4);
-    EXPECT_EQ(head.GetData(nullptr, 0), -4);
     EXPECT_EQ(Sets(&head), stored);
     EXPECT_EQ(Size(&head), "330x84");
     // Out of the head's own buffer, one byte shorter.
@@ -226,21 +139,12 @@ TEST(MediaHead, ComparesFormats) {
     EXPECT_FALSE(same(other, audio));  // of that number, but no video
     a.SetCodec(2);                     // no H.265 head, but of that number and of another size
     EXPECT_FALSE(same(plain, a));
-    const CKTMediaHead base;
-    EXPECT_FALSE(base.IsVideo() || base.IsAudio() || same(base, a));
 }
 
 TEST(MediaHead, TakesAudioFormats) {
-    for (const auto& [type, codec, is] : {std::tuple{0, 4, true},
-                                          {1, 9, true},
-                                          {0, 12, true},
-                                          {3, 13, true},
-                                          {0, 10, false},
-                                          {0, 14, false},
-                                          {7, 4, false},
-                                          {8, 4, false},
-                                          {0, 3, false}}) {
-        const Packet packet = Frame(type, codec, "", 16000);
+    for (const auto& [type, codec, is] :
+         {std::tuple{0, 4, true}, {3, 13, true}, {0, 14, false}, {8, 4, false}}) {
+        const Packet packet = TestFrame(type, codec, "", 16000);
         const Held<CKTAudioHead> head(CKTAudioHead::CreateHead(packet.get()));
         ASSERT_EQ(head != nullptr, is) << type << " " << codec;
         CKTAudioHead fresh(static_cast<unsigned short>(codec));
@@ -251,7 +155,6 @@ TEST(MediaHead, TakesAudioFormats) {
         EXPECT_EQ(fresh.GetChannum(), is ? 1 : 2);
         EXPECT_EQ(fresh.Check(head.get()), is);
     }
-    EXPECT_EQ(CKTAudioHead(4).Setup(nullptr), -4);
     EXPECT_EQ(CKTAudioHead::CreateHead(6, 1, 8000), nullptr);
     EXPECT_EQ(CKTAudioHead::CreateHead(3, 1, 8000), nullptr);
 }
@@ -262,27 +165,28 @@ TEST(MediaDesc, FollowsTheStreamsFormat) {
         EXPECT_EQ(desc->Setup(packet.get()), 0);
         return Size(desc->GetVideoHead());
     };
-    EXPECT_EQ(after(Frame(0, 1, k264Key)), "none");
+    EXPECT_EQ(after(TestFrame(0, 1, k264Key)), "none");
     EXPECT_EQ(after(Packet(CPacket::Acquire(0, 0))), "none");
-    EXPECT_EQ(after(Frame(1, 1, k264Key, 640, 360)), "640x360");
+    EXPECT_EQ(after(TestFrame(1, 1, k264Key, 640, 360)), "640x360");
     const CKTVideoHead* const first = desc->GetVideoHead();
-    EXPECT_EQ(after(Frame(0, 1, "", 330, 179)), "640x360");
-    EXPECT_EQ(after(Frame(1, 1, "", 640, 360)), "640x360");
+    EXPECT_EQ(after(TestFrame(0, 1, "", 330, 179)), "640x360");
+    EXPECT_EQ(after(TestFrame(1, 1, "", 640, 360)), "640x360");
     EXPECT_EQ(desc->GetVideoHead(), first);
-    EXPECT_EQ(after(Frame(1, 2, k265Key, 640, 360)), "330x179");  // the codec has changed
+    EXPECT_EQ(after(TestFrame(1, 2, k265Key, 640, 360)), "330x179");  // the codec has changed
     EXPECT_TRUE(desc->GetVideoHead()->IsH265());
-    EXPECT_EQ(after(Frame(0, 8, "", 16000)), "330x179");
+    EXPECT_EQ(after(TestFrame(0, 8, "", 16000)), "330x179");
     EXPECT_EQ(desc->GetAudioHead()->GetFreq(), 16000u);
     const Held<CKTMediaDesc> copy(desc->Clone());
-    EXPECT_EQ(after(Frame(1, 14, "", 330, 179)), "none");  // leads to no head
+    EXPECT_EQ(after(TestFrame(1, 14, "", 330, 179)), "none");  // leads to no head
     EXPECT_EQ(desc->SetupAudio(6, 1, 8000), 0);
     EXPECT_EQ(desc->GetAudioHead(), nullptr);
-    EXPECT_EQ(desc->Setup(nullptr), -4);
 
     EXPECT_EQ(copy->GetKind(), 9u);
     EXPECT_EQ(copy->GetAudioHead()->GetCodec(), 8);
     CKTVideoHead* const held = copy->GetVideoHead();
     EXPECT_EQ(Sets(held), kCode + k265SPS + kCode + k265PPS + kCode + k265VPS);
+    EXPECT_EQ(Sets(held, 0x100), kCode + k265PPS + kCode + k265VPS);
+    EXPECT_EQ(Sets(held, 0x600), kCode + k265SPS);
     EXPECT_EQ(copy->SetVideoHead(held), 0);
     EXPECT_EQ(copy->GetVideoHead(), held);
     EXPECT_EQ(desc->SetVideoHead(held), 0);
@@ -297,8 +201,6 @@ TEST(MediaDesc, FollowsTheStreamsFormat) {
     }
     const Held<CKTMediaDesc> next(desc->Clone());
     EXPECT_TRUE(next->GetAudioHead()->Check(desc->GetAudioHead()));
-    EXPECT_EQ(copy->SetVideoHead(nullptr), 0);
-    EXPECT_EQ(copy->GetVideoHead(), nullptr);
 }
 
 TEST(MediaDesc, MeasuresItsDuration) {
@@ -320,46 +222,29 @@ TEST(MediaDesc, MeasuresItsDuration) {
         EXPECT_EQ(desc->GetTimeRange(), ms);
         EXPECT_EQ(desc->GetSeconds(), seconds);
     }
-    EXPECT_EQ(desc->SetTimeE(nullptr), -4);
-    EXPECT_EQ(desc->SetTimeS(nullptr), -4);
     EXPECT_EQ(desc->SetTimeS(&null), 0);
     EXPECT_EQ(desc->SetTimeE(&start), -7);
     desc->SetTimeRange(0xFFFFFFFFFFFFFFFF);
     EXPECT_EQ(desc->GetSeconds(), 18446744073709552ull);
 }
 
-TEST(MediaHostile, CutAndDamagedFramesReadNothingBehindThem) {
-    std::mt19937 random(20260314);
+TEST(MediaHostile, CutFramesReadNothingBehindThem) {
     for (const bool h265 : {false, true}) {
-        const std::string key = h265 ? k265Key : k264Key;
         const auto result = [&](const std::string& payload, unsigned int claimed, char filler) {
-            const Packet packet = Frame(1, h265 ? 2 : 1, payload, 0, 0, filler);
+            const Packet packet = TestFrame(1, h265 ? 2 : 1, payload, 0, 0, filler);
             packet->FrameSetLength(claimed);
             const Held<CKTVideoHead> head(CKTVideoHead::CreateHead(packet.get()));
             return Size(head.get()) + Sets(head.get());
         };
+        // A unit of one byte stands in front.
+        std::string key = kCode + (h265 ? "\x44" + k265Key : "\x68" + k264Key);
         for (unsigned int len = 0; len <= key.size(); ++len) {
             const std::string cut = key.substr(0, len);
             ASSERT_EQ(result(cut, len, 0), result(cut, len, 1)) << len;
         }
-        for (unsigned int round = KTTestLoad(10000); round > 0; --round) {
-            std::string bad = key;
-            for (unsigned int flips = random() % 6 + 1; flips > 0; --flips)
-                bad[random() % bad.size()] ^= static_cast<char>(1u << random() % 8);
-            const unsigned int len = static_cast<unsigned int>(bad.size());
-            ASSERT_EQ(result(bad, len, 0), result(bad, len, 1));
-            // Ends in a set at the end of its buffer, and claims more than that.
-            const std::string last = kCode + (h265 ? k265PPS : kPPS);
-            bad.resize(1004 - last.size(), static_cast<char>(random()));
-            ASSERT_EQ(result(bad + last, 0xFFFFFFFF, 0), result(bad + last, 1004, 0));
-        }
-        CKTH264Head h264;
-        CKTH265Head other;
-        CKTVideoHead& head = h265 ? static_cast<CKTVideoHead&>(other) : h264;
-        const std::string set = h265 ? k265SPS : k640;
-        for (std::size_t len = h265 ? 2 : 1; len < set.size(); ++len) {
-            const int code = SetUnit(head, set.substr(0, len), h265 ? 2 : 1);
-            EXPECT_TRUE(code == 0 || code == -15 || code == -4) << len;
-        }
+        // Ends in a set at the end of its buffer, and claims more than that.
+        const std::string last = kCode + (h265 ? k265PPS : kPPS);
+        key.resize(1004 - last.size(), 1);
+        EXPECT_EQ(result(key + last, 0xFFFFFFFF, 0), result(key + last, 1004, 0));
     }
 }

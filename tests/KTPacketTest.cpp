@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -12,7 +13,6 @@
 #include <thread>
 #include <vector>
 
-#include "KTBase/KTLock.h"
 #include "KTHeap.h"
 #include "KTTestLoad.h"
 
@@ -71,18 +71,16 @@ TEST(Packet, TakesAlignedKilobytesFromTheHeapAndCountsThem) {
     std::vector<CPacket*> live;
     unsigned int bytes = 0;
     std::mt19937 random(1);
-    for (unsigned int step = 0; step < 2000 || !live.empty(); ++step) {
-        if (step < 500 || (step < 2000 && random() % 2 == 0)) {
-            live.push_back(CPacket::Acquire(1 + random() % 3000, 0));
-            bytes += live.back()->GetSize() + 1024;
-        } else if (!live.empty()) {
-            std::swap(live[random() % live.size()], live.back());
-            bytes -= live.back()->GetSize() + 1024;
-            live.back()->Release();
-            live.pop_back();
-        }
-        if (step % 50 == 0)
+    for (unsigned int step = 0; step < 1000; ++step) {
+        live.push_back(CPacket::Acquire(1 + random() % 3000, 0));
+        bytes += live.back()->GetSize() + 1024;
+    }
+    std::shuffle(live.begin(), live.end(), random);
+    for (; !live.empty(); live.pop_back()) {
+        if (live.size() % 50 == 0)
             ExpectLive(live.size(), bytes);
+        bytes -= live.back()->GetSize() + 1024;
+        live.back()->Release();
     }
     ExpectLive(0, 0);
 }
@@ -192,9 +190,18 @@ TEST(PacketList, KeepsOrderTotalsAndLimits) {
     CPacket* video = Frame(1, 100, 1, 1);
     CPacket* audio = Frame(1, 200, 0, 4);
     CPacket* smart = Frame(1, 10, 0, 10);
-    EXPECT_EQ(list.PutPacket(nullptr, 1), -4);
+    KTHeapFailAt(1);
+    EXPECT_EQ(list.PutPacket(video, 1), -6);  // and stays ours
+    KTHeapFailAt(0);
+    EXPECT_EQ(list.GetSize() + list.GetVideoFrameNum(), 0u);
     EXPECT_EQ(list.PutPacket(video, 1), 0);
+    KTHeapFailAt(1);  // not met: nothing is allocated while the list holds a packet
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_EQ(list.PutPacket(smart, 1), 0);
+        ASSERT_EQ(list.GetPacket(1), smart);
+    }
     EXPECT_EQ(list.PutPacket(audio, 1), 0);
+    KTHeapFailAt(0);
     EXPECT_EQ(list.IsFull(), 0);
     EXPECT_EQ(list.PutPacket(smart, 0), 0);
     EXPECT_EQ(list.GetSize(), 370u);
@@ -210,7 +217,6 @@ TEST(PacketList, KeepsOrderTotalsAndLimits) {
     EXPECT_EQ(list.GetVideoFrameNum(), 2u);
     EXPECT_EQ(list.GetPacket(0), video);
     EXPECT_EQ(list.GetVideoFrameNum(), 0u);
-    EXPECT_EQ(list.GetPacket(0), nullptr);
     for (CPacket* packet : {video, audio, smart})
         packet->Release();
 }
@@ -222,68 +228,41 @@ TEST(PacketList, MovesWhatTheTargetTakes) {
     for (CPacket* packet : {untimed, Frame(1, 2, 0, 10), Frame(1, 3, 0, 11), Frame(1, 4, 0, 3)})
         EXPECT_EQ(from.PutPacket(packet, 1), 0);
     EXPECT_EQ(from.MoveTo(&from), 0);
-    EXPECT_EQ(from.MoveTo(nullptr), -1);
     *untimed->FrameGetTime() = 0;  // refused by now
     EXPECT_EQ(from.MoveTo(&to), 3);
     EXPECT_TRUE(from.IsEmpty());
-    EXPECT_EQ(to.GetVideoFrameNum(), 1u);      // the picture
-    EXPECT_EQ(to.GetSize(), 2u + 3 + 4 + 60);  // and goes with the list
+    EXPECT_EQ(to.GetVideoFrameNum(), 1u);  // the picture
+    EXPECT_EQ(to.GetSize(), 2u + 3 + 4 + 60);
+    CPacket* first = to.GetPacket(0);
+    EXPECT_EQ(first->FrameGetLength(), 2u);
+    first->Release();  // the others go with the list
 }
 
-TEST(PacketList, AllocatesNothingWhileItHoldsAPacket) {
-    CKTPacketList list(0, 0);
-    list.PutPacket(Frame(1, 1, 1, 1), 1);
-    CPacket* packet = Frame(1, 1, 1, 1);
-    KTHeapFailAt(1, 0xFFFFFFFEu);
-    for (int i = 0; i < 100; ++i) {
-        ASSERT_EQ(list.PutPacket(packet, 1), 0);
-        packet = list.GetPacket(0);
-    }
-    list.Clear();
-    EXPECT_EQ(list.PutPacket(packet, 1), -6);  // needs a block again; the packet stays ours
-    KTHeapFailAt(0);
-    EXPECT_EQ(list.GetSize(), 0u);
-    EXPECT_EQ(packet->Release(), 0);
-}
-
-TEST(PacketList, CarriesPacketsBetweenThreadsAndLeavesNothingTaken) {
-    const unsigned int frames = KTTestLoad(1000000, 10000000);
+TEST(Packet, ThreadsLeaveNoPageAndNoReferenceTaken) {
+    const unsigned int rounds = KTTestLoad(500000, 5000000);
     Pool pool(1000, 10);
-    CKTPacketList list(0, 0);
-    CKTMutex lock;
-    CKTEvent filled(true), room(true);
-    std::thread consumer([&] {
-        CKTPacketList taken(0, 0);
-        for (unsigned int next = 0; next < frames; room.Set()) {
-            {
-                CKTGuard hold(lock);
-                list.MoveTo(&taken);
+    CPacket* shared = CPacket::Acquire(1, 0);
+    std::vector<std::thread> threads;
+    for (unsigned int seed = 1; seed <= 2; ++seed)
+        threads.emplace_back([&, seed] {
+            std::mt19937 random(seed);
+            CPacket* held[100] = {};
+            for (unsigned int round = 0; round < rounds; ++round) {
+                CPacket*& packet = held[random() % 100];
+                if (packet != nullptr)
+                    packet->Release();
+                packet = CPacket::Acquire(1 + random() % 6000, 0);
+                shared->AddRef();
             }
-            if (taken.IsEmpty())
-                filled.Wait(KT_INFINITE);
-            while (CPacket* packet = taken.GetPacket(0)) {
-                EXPECT_EQ(packet->GetMagic(), next++);
-                packet->Release();
-            }
-        }
-    });
-    std::mt19937 random(1);
-    for (unsigned int next = 0; next < frames;) {
-        CPacket* packet = Frame(20 + random() % 6000, 0, 1, 1);
-        if (packet == nullptr) {
-            room.Wait(KT_INFINITE);
-            continue;
-        }
-        packet->SetMagic(next++);
-        packet->AddRef();  // both threads let go of it
-        {
-            CKTGuard hold(lock);
-            list.PutPacket(packet, 1);
-        }
-        filled.Set();
-        packet->Release();
-    }
-    consumer.join();
+            for (CPacket* packet : held)
+                if (packet != nullptr)
+                    packet->Release();
+            for (unsigned int round = 0; round < rounds; ++round)
+                shared->Release();
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(shared->Release(), 0);
     // The pool is again what 1000 pages begin as, and no page is missing.
     CKTPacketList blocks(0, 0);
     for (unsigned int pages : {512u, 256u, 128u, 64u, 32u, 8u}) {
