@@ -26,10 +26,6 @@ std::string Written(const CKTXmlNode& node) {
     return node.ToString(out) == 0 ? Text(out) : "(-1)";
 }
 
-std::string Or(const char* text) {
-    return text != nullptr ? text : "(null)";
-}
-
 // The purchase order of W3C's "XML Schema Part 0: Primer", section 2.1, shortened.
 const char kOrder[] =
     "<?xml version=\"1.0\"?>\n<purchaseOrder orderDate=\"1999-10-20\">\n"
@@ -108,7 +104,7 @@ TEST(Xml, FindsTheNearestNameFirst) {
         {".", nullptr}, {"p.", nullptr}, {".x", nullptr}};
     for (const auto& [path, value] : rows) {
         const CKTXmlNode* hit = tree->FindNode(path);
-        EXPECT_EQ(hit == nullptr ? "(null)" : Or(hit->GetValue()), Or(value)) << path;
+        EXPECT_EQ(Or(hit != nullptr ? hit->GetValue() : nullptr), Or(value)) << path;
     }
     void* pos = nullptr;
     EXPECT_EQ(tree->GetChild(pos, "p"), tree->GetFirstNode("p"));
