@@ -176,7 +176,7 @@ TEST(HttpMessage, ReadsLines) {
         {"session:  a b;timeout=99999999999;x", "0--- 0 a b 65535 - -"},
         {"Content-Type: Multipart/MIXED; a=b; boundary=x\"y; z", "0--- 0 - 0 x\"y; z -"},
         {"Content-Type: multipart/mixed;boundary=x\r\nContent-Type: b", "0--- 0 - 0 - -"},
-        {"Accept: a\nACCEPT:   b \rAccept-X: c\n\r\n accept: d", "0--- 0 - 0 - d"},
+        {"Accept: a\nCSEQ:   7 \rAccept-X: c\n\r\n accept: d", "0--- 7 - 0 - d"},
         {"Accepted: a\r\nAccep\r\nA\r\nAccept:\r\n:", "0--- 0 - 0 - -"},
     };
     for (const auto& [lines, fields] : rows) {
@@ -371,9 +371,13 @@ TEST(HttpBody, ExpandsWholePiecesAndStreams) {
         EXPECT_EQ(fed.body.GetLength(), row.size);
         EXPECT_EQ(fed.command.IsCompleted(), row.result == 0);
     }
-    Fed cut(true);
+    Fed cut(true), part(true);
     cut.Take(kGzipHead + "20\r\n" + kGzipHello.substr(0, 32) + "\r\n0\r\n", false);
     EXPECT_EQ(cut.result + cut.command.IsCompleted(), -15);
+    part.Take(kMultipart + "--frame\r\nContent-Encoding: gzip\r\nContent-Length: 32\r\n\r\n" +
+                  kGzipHello.substr(0, 32),
+              false);
+    EXPECT_EQ(part.result, -15);
 }
 
 TEST(HttpBody, BuildsWithinTheRoomThereIs) {
