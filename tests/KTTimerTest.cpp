@@ -203,7 +203,9 @@ TEST(TimersRacing, InitialiseAndInvalidateWhileTimersStartAndStop) {
     IKTTimer::KTTimerInvalidate();
     IKTTimer* timer = IKTTimer::AcquireTimer();
     ASSERT_NE(timer, nullptr);
-    IKTTimer::KTTimerInvalidate();
+    EXPECT_EQ(timer->Start(&owner, kOnTimer, 5, 1, true), 0);
+    IKTTimer::KTTimerInvalidate();  // still started: the manager lets go of it
+    EXPECT_EQ(timer->Stop(), 0);
     EXPECT_EQ(timer->Start(&owner, kOnTimer, 5, 0, true), -7);
     EXPECT_EQ(timer->Release(), 0);
 }
