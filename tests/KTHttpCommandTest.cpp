@@ -14,25 +14,25 @@
 
 namespace {
 
-std::string Or(const char* text) {
-    return text != nullptr ? text : "-";
-}
-
 /// One message as it arrives, and what became of it.
 struct Fed {
     CKTHTTPCommand command;
     CKTString body;
     std::string left;  // not taken
-    int result = 0;    // of the last call, if negative
+    int result = 0;    // of the call that failed
+    const bool inflate;
+    const unsigned int maxOut;
 
-    explicit Fed(bool inflate = false, unsigned int maxOut = 0) {
+    explicit Fed(bool inflates = false, unsigned int most = 0) : inflate(inflates), maxOut(most) {
         command.SetInflate(inflate, maxOut);
     }
 
-    /// What a call does not take stays in front of what comes next, as in a receive buffer.
+    /// What a call does not take stays in front of what comes next, as in a receive buffer. After a
+    /// failure nothing more is read.
     void Take(const std::string& piece, bool request) {
         left += piece;
-        for (int count = 1; count > 0 && !left.empty(); left.erase(0, count > 0 ? count : 0)) {
+        for (int count = 1; count > 0 && result == 0 && !left.empty();
+             left.erase(0, count > 0 ? count : 0)) {
             // Nothing lies behind it, so the address sanitizer sees any read past its end.
             const std::vector<char> exact(left.begin(), left.end());
             const int size = static_cast<int>(exact.size());
@@ -43,27 +43,36 @@ struct Fed {
     }
 
     std::string Summary() const {
+        if (result < 0)
+            return std::to_string(result) + " [" + Text(body) + ']';
         const CKTHTTPCommand& c = command;
         std::string text = std::to_string(c.GetCode());
         for (const char* field : {c.GetReason(), c.GetMethod(), c.GetURI(), c.GetProtocol(),
-                                  c.GetContentType(), c.GetAuthen(), c.GetAuthenWWW()})
+                                  c.GetContentType(), c.GetAuthen()})
             text += ' ' + Or(field);
         text += ' ' + std::to_string(c.GetContentLen()) + (c.IsKeepAlive() ? " keep" : "") +
                 (c.IsChunked() ? " chunked" : "") + (c.IsGZip() ? " gzip" : "") +
                 (c.IsCompleted() ? " done" : "");
-        return text + " [" + Text(body) + "] " + std::to_string(left.size()) + ' ' +
-               std::to_string(result);
+        return text + " [" + Text(body) + "] " + std::to_string(left.size());
     }
 };
 
-std::string Whole(const std::string& message, bool request, bool inflate) {
-    Fed fed(inflate);
-    fed.Take(message, request);
-    return fed.Summary();
+/// Reads message whole, in every two parts and byte by byte, which makes no difference.
+void ReadInPieces(Fed& whole, const std::string& message, bool request) {
+    whole.Take(message, request);
+    for (std::size_t cut = 1; cut <= message.size(); ++cut) {
+        const bool bytes = cut == message.size();
+        Fed fed(whole.inflate, whole.maxOut);
+        for (std::size_t at = 0, size = bytes ? 1 : cut; at < message.size(); at += size) {
+            size = bytes ? 1 : at == 0 ? cut : message.size();
+            fed.Take(message.substr(at, size), request);
+        }
+        ASSERT_EQ(fed.Summary(), whole.Summary()) << message << " at " << cut;
+    }
 }
 
-// ---- captured from nginx 1.22.1, lighttpd 1.4.69, gst-rtsp-server 1.22.0 and curl 7.88.1; long
-// bodies, nonces and lines without a meaning here are shortened or left out ----
+// ---- captured from nginx 1.22.1 and curl 7.88.1; long bodies and lines without a meaning here
+// are shortened or left out ----
 
 const std::string kGzipHello =
     Unhex("1f8b0800000000000403cb48cdc9c957482bcacf55c84bcfccabd051c82028c20500767e920835000000");
@@ -72,52 +81,43 @@ const std::string kGzipHead =
     "Transfer-Encoding: chunked\r\nConnection: close\r\nETag: W/\"6b03ee17-35\"\r\n"
     "Content-Encoding: gzip\r\n\r\n";
 const std::string kGzip = kGzipHead + "2a\r\n" + kGzipHello + "\r\n0\r\n\r\n";
-struct Capture {
+const std::string kMultipart =
+    "HTTP/1.1 200 OK\r\nContent-Type: multipart/mixed;boundary=frame\r\n\r\n";
+
+struct Message {
     bool request;
     std::string bytes;
     const char* summary;
 };
 
-const Capture kCaptures[] = {
+const Message kMessages[] = {
     {false,
      "HTTP/1.1 200 OK\r\nServer: nginx/1.22.1\r\nDate: Mon, 23 Nov 2026 07:41:13 GMT\r\n"
      "Content-Type: text/plain\r\nContent-Length: 6\r\nConnection: keep-alive\r\n"
      "ETag: \"6b03ee17-35\"\r\nAccept-Ranges: bytes\r\n\r\nhello\nHTTP/1.1 304",
-     "200 OK - - HTTP/1.1 text/plain - - 6 keep done [hello\n] 12 0"},
+     "200 OK - - HTTP/1.1 text/plain - 6 keep done [hello\n] 12"},
     {false, kGzip,
-     "200 OK - - HTTP/1.1 text/html - - 0 gzip done [hello from nginx, hello from nginx, hello "
-     "from nginx\n] 2 0"},
-    {false,
-     "HTTP/1.1 401 Unauthorized\r\nWWW-Authenticate: Digest realm=\"cams\", charset=\"UTF-8\", "
-     "algorithm=SHA-256, nonce=\"6b03ee1a:84b1\", qop=\"auth\"\r\nWWW-Authenticate: Digest "
-     "realm=\"cams\", charset=\"UTF-8\", algorithm=MD5, nonce=\"6b03ee1a:1cbc\", qop=\"auth\"\r\n"
-     "Content-Type: text/html\r\nContent-Length: 6\r\nConnection: close\r\nServer: lighttpd/1.4.69"
-     "\r\n\r\n<?xml>",
-     "401 Unauthorized - - HTTP/1.1 text/html - Digest realm=\"cams\", charset=\"UTF-8\", "
-     "algorithm=MD5, nonce=\"6b03ee1a:1cbc\", qop=\"auth\" 6 done [<?xml>] 0 0"},
-    {false,
-     "RTSP/1.0 200 OK\r\nCSeq: 3\r\nTransport: RTP/AVP;unicast;client_port=52572-52573;mode="
-     "\"PLAY\"\r\nServer: GStreamer RTSP server\r\nSession: 4QbT9bm4F71_HqGQ;timeout=90\r\n\r\n",
-     "200 OK - - RTSP/1.0 - - - 0 done [] 0 0"},
+     "200 OK - - HTTP/1.1 text/html - 0 gzip done [hello from nginx, hello from nginx, hello "
+     "from nginx\n] 2"},
     {true,
      "PUT /up HTTP/1.1\r\nHost: 127.0.0.1:18084\r\nAuthorization: Basic dXNlcjpwYXNz\r\n"
      "Transfer-Encoding: chunked\r\nExpect: 100-continue\r\n\r\nf\r\nchunked by curl\r\n0\r\n\r\n",
-     "200 - PUT /up HTTP/1.1 - Basic dXNlcjpwYXNz - 0 done [chunked by curl] 2 0"},
+     "200 - PUT /up HTTP/1.1 - Basic dXNlcjpwYXNz 0 done [chunked by curl] 2"},
+    // By hand, with a part that gzip has written.
+    {false,
+     kMultipart +
+         "--frame\r\nContent-Length: 3\r\n\r\nabc--frame\r\n"
+         "Content-Encoding: gzip\r\nContent-Length: 42\r\n\r\n" +
+         kGzipHello + "--frame\r\nContent-Length: 1\r\n\r\nd",
+     "200 OK - - HTTP/1.1 multipart/mixed;boundary=frame - 0 done [abchello from nginx, hello "
+     "from nginx, hello from nginx\nd] 0"},
 };
 
 TEST(HttpMessage, ReadsTheSameWholeSplitAndByteByByte) {
-    for (const Capture& capture : kCaptures) {
-        EXPECT_EQ(Whole(capture.bytes, capture.request, true), capture.summary);
-        for (std::size_t cut = 1; cut < capture.bytes.size(); ++cut) {
-            Fed fed(true);
-            fed.Take(capture.bytes.substr(0, cut), capture.request);
-            fed.Take(capture.bytes.substr(cut), capture.request);
-            ASSERT_EQ(fed.Summary(), capture.summary) << cut;
-        }
+    for (const Message& message : kMessages) {
         Fed fed(true);
-        for (const char byte : capture.bytes)
-            fed.Take(std::string(1, byte), capture.request);
-        EXPECT_EQ(fed.Summary(), capture.summary);
+        ReadInPieces(fed, message.bytes, message.request);
+        EXPECT_EQ(fed.Summary(), message.summary);
     }
 }
 
@@ -137,7 +137,6 @@ TEST(HttpMessage, TellsAMalformedFirstLineByTheCode) {
         const int length = static_cast<int>(head.size());
         CKTHTTPCommand c, request;
         EXPECT_EQ(c.ParseResponse(head.data(), length - 1) + c.GetCode(), 0);
-        EXPECT_EQ(c.ParseResponse(nullptr, length), 0);
         EXPECT_EQ(c.ParseResponse(head.data(), length), length) << row.line;
         EXPECT_EQ(c.GetCode(), row.asResponse) << row.line;
         EXPECT_STREQ(c.GetHost(), *row.line != '\0' ? "h" : nullptr);
@@ -177,7 +176,7 @@ TEST(HttpMessage, ReadsLines) {
         {"session:  a b;timeout=99999999999;x", "0--- 0 a b 65535 - -"},
         {"Content-Type: Multipart/MIXED; a=b; boundary=x\"y; z", "0--- 0 - 0 x\"y; z -"},
         {"Content-Type: multipart/mixed;boundary=x\r\nContent-Type: b", "0--- 0 - 0 - -"},
-        {"Accept: a\nACCEPT:   b \rAccept-X: c\n\r\n accept: d", "0--- 0 - 0 - d"},
+        {"Accept: a\nCSEQ:   7 \rAccept-X: c\n\r\n accept: d", "0--- 7 - 0 - d"},
         {"Accepted: a\r\nAccep\r\nA\r\nAccept:\r\n:", "0--- 0 - 0 - -"},
     };
     for (const auto& [lines, fields] : rows) {
@@ -250,24 +249,18 @@ TEST(HttpMessage, BuildsHeadsByteForByte) {
     CKTString head("<"), body("four");
     EXPECT_EQ(c.BuildRequest(&head, nullptr) + c.BuildResponse(&head, nullptr), -2);
     c.SetProtocol("http");
-    EXPECT_EQ(c.BuildRequest(nullptr, nullptr) + c.BuildResponse(nullptr, nullptr), -2);
-    EXPECT_EQ(c.BuildRequest(&head, nullptr), 0);
-    EXPECT_EQ(Text(head),
-              "<  HTTP/1.1\r\nConnection: close\r\nPragma: no-cache\r\nCache-Control: no-store\r\n"
-              "\r\n");
     c.SetMethod("PUT"), c.SetURI("/u"), c.SetHost("h"), c.SetKeepalive(true);
     c.SetLocation("l"), c.SetAuthen("a"), c.SetAuthenWWW("w"), c.SetAuthenDigestWWW("d");
     c.SetAccept("*/*"), c.SetAcceptEncoding("gzip"), c.SetTransport("t"), c.SetRange("r");
     c.SetCookie("k"), c.SetCached(true), c.SetContentType("y"), c.SetSessionID("7");
     c.SetGZip(true), c.SetAgent("g"), c.SetSN(9), c.SetMIMEVerSion("1"), c.SetContentDesc("x");
     c.SetDisposition("x");
-    head.Empty(false);
     EXPECT_EQ(c.BuildRequest(&head, &body), 0);
     const std::string lines =
         "Host: h\r\nConnection: keep-alive\r\nLocation: l\r\nAuthorization: a\r\n"
         "WWW-Authenticate: w\r\nWWW-Authenticate: d\r\nAccept: */*\r\nAccept-Encoding: gzip\r\n"
         "Transport: t\r\nRange: r\r\nCookie: k\r\nContent-Type: y\r\n";
-    EXPECT_EQ(Text(head), "PUT /u HTTP/1.1\r\n" + lines +
+    EXPECT_EQ(Text(head), "<PUT /u HTTP/1.1\r\n" + lines +
                               "Session: 7\r\nContent-Length: 4\r\nContent-Encoding: gzip\r\n"
                               "User-Agent: g\r\n\r\n");
     head.Empty(false);
@@ -318,45 +311,33 @@ TEST(HttpBody, ReadsChunks) {
     }
 }
 
-const std::string kMultipart =
-    "HTTP/1.1 200 OK\r\nContent-Type: multipart/mixed;boundary=frame\r\n\r\n";
-
 TEST(HttpBody, ReadsParts) {
     const std::string first = "--FRAME\r\ncontent-length: 3\r\n\r\nabc";
-    const std::string packed = "--frame\r\nContent-Length: " + std::to_string(kGzipHello.size()) +
-                               "\r\nContent-Encoding: gzip\r\n\r\n" + kGzipHello;
-    const std::string hello = "hello from nginx, hello from nginx, hello from nginx\n";
     const struct {
         std::string parts;
-        bool inflate;
         int result;
         std::size_t left;  // when there was no failure
         std::string body;
     } rows[] = {
-        {first + first, false, 0, 0, "abcabc"},
-        {first + packed + first, true, 0, 0, "abc" + hello + "abc"},
-        {packed, false, -15, 0, ""},
-        {first + "--fra", false, 0, 5, "abc"},
-        {first + "\r\n--frame", false, -15, 0, "abc"},
-        {"--frume", false, -15, 0, ""},
-        {"--frame\r\nContent-Length: -1\r\n\r\n", false, -15, 0, ""},
-        {"--frame\r\nContent-Length: 2147483648\r\n\r\n", false, -15, 0, ""},
-        {"--frame\r\nContent-Length: 2147483647\r\n\r\nabc", false, 0, 42, ""},
-        {"--frame\r\nContent-Length:\r\n\r\n5", false, -15, 0, ""},
-        {"--frame\r\n\r\nContent-Length: 1\r\n\r\n", false, -15, 0, ""},
-        {"--frame\r\nContent-Length: 0\r\n\r\n" + first, false, 0, 0, "abc"},
+        {first + first, 0, 0, "abcabc"},
+        {"--frame\r\nContent-Encoding: gzip\r\nContent-Length: 42\r\n\r\n" + kGzipHello, -15, 0,
+         ""},
+        {first + "--fra", 0, 5, "abc"},
+        {first + "\r\n--frame", -15, 0, "abc"},
+        {"--frume", -15, 0, ""},
+        {"--frame\r\nContent-Length: -1\r\n\r\n", -15, 0, ""},
+        {"--frame\r\nContent-Length: 2147483648\r\n\r\n", -15, 0, ""},
+        {"--frame\r\nContent-Length: 2147483647\r\n\r\nabc", 0, 42, ""},
+        {"--frame\r\nContent-Length:\r\n\r\n5", -15, 0, ""},
+        {"--frame\r\n\r\nContent-Length: 1\r\n\r\n", -15, 0, ""},
+        {"--frame\r\nContent-Length: 0\r\n\r\n" + first, 0, 0, "abc"},
     };
     for (const auto& row : rows) {
-        Fed whole(row.inflate), bytes(row.inflate);
-        whole.Take(kMultipart + row.parts, false);
-        for (const char byte : kMultipart + row.parts) {
-            if (bytes.result >= 0)
-                bytes.Take(std::string(1, byte), false);
-        }
-        EXPECT_EQ(whole.result, row.result) << row.parts;
-        EXPECT_EQ(bytes.result, row.result) << row.parts;
-        EXPECT_EQ(row.result < 0 ? 0 : whole.left.size(), row.left) << row.parts;
-        EXPECT_EQ(Text(whole.body) + '|' + Text(bytes.body), row.body + '|' + row.body);
+        Fed fed;
+        ReadInPieces(fed, kMultipart + row.parts, false);
+        EXPECT_EQ(fed.result, row.result) << row.parts;
+        EXPECT_EQ(row.result < 0 ? 0 : fed.left.size(), row.left) << row.parts;
+        EXPECT_EQ(Text(fed.body), row.body) << row.parts;
     }
 }
 
@@ -384,19 +365,19 @@ TEST(HttpBody, ExpandsWholePiecesAndStreams) {
         {"\x1f\x8b\x08 no", 0, -15, 0},
     };
     for (const auto& row : rows) {
-        const std::string message = head + std::to_string(row.data.size()) + "\r\n\r\n" + row.data;
-        for (std::size_t step = 1; step <= message.size(); step += message.size() - 1) {
-            Fed fed(true, row.maxOut);
-            for (std::size_t at = 0; at < message.size() && fed.result >= 0; at += step)
-                fed.Take(message.substr(at, step), false);
-            EXPECT_EQ(fed.result, row.result) << step;
-            EXPECT_EQ(fed.body.GetLength(), row.size) << step;
-            EXPECT_EQ(fed.command.IsCompleted(), row.result == 0);
-        }
+        Fed fed(true, row.maxOut);
+        ReadInPieces(fed, head + std::to_string(row.data.size()) + "\r\n\r\n" + row.data, false);
+        EXPECT_EQ(fed.result, row.result);
+        EXPECT_EQ(fed.body.GetLength(), row.size);
+        EXPECT_EQ(fed.command.IsCompleted(), row.result == 0);
     }
-    Fed cut(true);
+    Fed cut(true), part(true);
     cut.Take(kGzipHead + "20\r\n" + kGzipHello.substr(0, 32) + "\r\n0\r\n", false);
     EXPECT_EQ(cut.result + cut.command.IsCompleted(), -15);
+    part.Take(kMultipart + "--frame\r\nContent-Encoding: gzip\r\nContent-Length: 32\r\n\r\n" +
+                  kGzipHello.substr(0, 32),
+              false);
+    EXPECT_EQ(part.result, -15);
 }
 
 TEST(HttpBody, BuildsWithinTheRoomThereIs) {
@@ -405,7 +386,6 @@ TEST(HttpBody, BuildsWithinTheRoomThereIs) {
     c.SetContentLen(10);
     EXPECT_EQ(c.BuildContent(out, "abc", 0), 0);  // no buffer
     ASSERT_EQ(out.AllocBuffer(6), 6);
-    EXPECT_EQ(c.BuildContent(out, nullptr, 3), 0);
     EXPECT_EQ(c.BuildContent(out, "abcdefgh", 0), 6);
     EXPECT_EQ(Text(out) + std::to_string(out.GetSpace()), "abcdef0");
     out.Empty(false);
@@ -447,33 +427,24 @@ TEST(HttpBody, BuildsWithinTheRoomThereIs) {
 // ---- whatever comes ----
 
 TEST(HttpMessage, CutAndBrokenOnesEndInAStatedCode) {
-    std::vector<std::pair<std::string, bool>> seeds;
-    for (const Capture& capture : kCaptures)
-        seeds.emplace_back(capture.bytes, capture.request);
-    seeds.emplace_back(kMultipart +
-                           "--frame\r\nContent-Length: 3\r\n\r\nabc--frame\r\n"
-                           "Content-Encoding: gzip\r\nContent-Length: 42\r\n\r\n" +
-                           kGzipHello,
-                       false);
     KTDBG_EnablePrint(0, 2);  // faults of empty session lines
     std::mt19937 random(5);
-    for (const auto& [seed, request] : seeds) {
+    for (const auto& [request, seed, summary] : kMessages) {
         for (unsigned int i = 0; i < KTTestLoad(20000) + seed.size(); ++i) {
             std::string text = seed.substr(0, i < seed.size() ? i : seed.size());
             for (unsigned int n = i < seed.size() ? 0 : 1 + random() % 3; n > 0; --n) {
                 const std::size_t at = random() % text.size();
                 text.replace(at, random() % 4, 1, "\r\n :;-0f\xff"[random() % 10]);
             }
-            const bool inflate = i % 2 == 0;
-            Fed fed(inflate, 1000);
+            Fed fed(i % 2 == 0, 1000), whole(fed.inflate);
             const std::size_t cut = random() % (text.size() + 1);
             fed.Take(text.substr(0, cut), request);
-            if (fed.result >= 0)
-                fed.Take(text.substr(cut), request);
+            fed.Take(text.substr(cut), request);
             ASSERT_TRUE(fed.result >= 0 || fed.result == -15) << text;
+            whole.Take(text, request);
             // A plain body that is expanded by the piece depends on the pieces.
-            if (fed.result >= 0 && (inflate || !fed.command.IsGZip())) {
-                ASSERT_EQ(fed.Summary(), Whole(text, request, inflate)) << text;
+            if (fed.result >= 0 && (fed.inflate || !fed.command.IsGZip())) {
+                ASSERT_EQ(fed.Summary(), whole.Summary()) << text;
             }
         }
     }

@@ -14,6 +14,11 @@ inline std::string Text(const CKTString& text) {
     return text.GetBuffer() == nullptr ? "" : std::string(text.GetBuffer(), text.GetLength());
 }
 
+/// "-" for null.
+inline std::string Or(const char* text) {
+    return text != nullptr ? text : "-";
+}
+
 inline std::string Unhex(const std::string& hex) {
     std::string bytes;
     for (std::size_t i = 0; i + 1 < hex.size(); i += 2)

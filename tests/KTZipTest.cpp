@@ -56,8 +56,6 @@ TEST(ZipData, AppendsAndReturnsTheInputsLength) {
     EXPECT_EQ(Expand(KTZIPDataUncompress, plain, kAbc), 11);
     EXPECT_EQ(Expand(KTZIPDataUncompress, plain, kAbc + "more behind its end"), 30);
     EXPECT_EQ(Text(plain), "<abcabc");
-    EXPECT_EQ(KTZIPDataCompress(plain, nullptr, 3), -4);
-    EXPECT_EQ(KTZIPDataUncompress(plain, nullptr, 3), 0);
     for (const std::size_t size : {0, 127, 128, 129, 1000000}) {
         // Both compress to next to nothing and to about a third.
         for (const std::string& text : {std::string(size, 'a'), Lines(size)}) {
@@ -101,9 +99,6 @@ TEST(GzipData, ExpandsWhatTheProgramWrote) {
         EXPECT_EQ(Expand(KTGZIPDataUncompress, out, data), -15);
     EXPECT_EQ(Text(out), "");
     EXPECT_EQ(Expand(KTGZIPDataUncompress, small, kNote), 0);  // no room for any of it
-    out = "old";
-    EXPECT_EQ(KTGZIPDataUncompress(out, nullptr, 5), -4);
-    EXPECT_EQ(out.Size(), 0u);
 }
 
 TEST(GzipData, ExpandsAllMembersUpToTheCallersLimit) {
@@ -118,7 +113,6 @@ TEST(GzipData, ExpandsAllMembersUpToTheCallersLimit) {
         EXPECT_EQ(Text(out), "");
     }
     EXPECT_EQ(KTGZIPDataUncompressAll(out, kNote.data(), 40, 15), 15);
-    EXPECT_EQ(KTGZIPDataUncompressAll(out, kNote.data(), 40, 0), 15);
     EXPECT_EQ(KTGZIPDataUncompressAll(out, kNote.data(), 40, 14), -8);
     EXPECT_EQ(Text(out), "");
 }
@@ -190,10 +184,8 @@ TEST(ZipFile, FailuresHaveTheirCodes) {
     TestFolder folder;
     const std::string plain = folder / "a", packed = folder / "b", nowhere = folder / "n/o";
     TestFolder::Put(plain, Lines(10000));
-    EXPECT_EQ(KTZIPFileCompress(plain.c_str(), ""), -4);
     EXPECT_EQ(KTZIPFileCompress(packed.c_str(), packed.c_str()), -11);
     EXPECT_EQ(KTZIPFileCompress(plain.c_str(), nowhere.c_str()), -1);
-    EXPECT_EQ(KTZIPFileUncompress(nullptr, plain.c_str()), -4);
     EXPECT_EQ(KTZIPFileUncompress(packed.c_str(), plain.c_str()), -11);
     TestFolder::Put(packed, k1024.substr(0, 20) + k1025.substr(20));  // another's checksum
     EXPECT_EQ(KTZIPFileUncompress(packed.c_str(), plain.c_str()), -1);
@@ -223,5 +215,4 @@ TEST(ZipFile, HandlesReadOrWriteAndTellACutFile) {
     EXPECT_EQ(KTZIPFileRead(file, buffer, 100), 6);
     EXPECT_STREQ(buffer, "abcdef");
     EXPECT_EQ(KTZIPFileClose(file), -7);
-    EXPECT_EQ(KTZIPFileClose(nullptr), -5);
 }
