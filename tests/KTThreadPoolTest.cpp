@@ -114,7 +114,7 @@ TEST(Worker, PollsAtThePaceItsHandlersAskFor) {
         waitMs = 0;
     };
     worker.Attach(&object, kServe);
-    while (object.polls < 1000)  // a thousand rounds of 100 ms would not end in time
+    while (object.polls < 5000)  // so many rounds of 100 ms would not end in time
         ASSERT_EQ(object.polled.Wait(kLongMs), 0);
     worker.Detach(&object, kServe);
     EXPECT_EQ(offered, 100u);
@@ -175,8 +175,10 @@ TEST(Pool, MakesAWorkerPerSlotThenTakesTheLeastLoaded) {
         ASSERT_EQ(objects[4].told.Wait(kLongMs), 0);
     EXPECT_EQ(pool.Detach(&pool, kServe), -11);
     // The first slot holds 0, 2 and 4 by now: with them its worker goes.
-    for (int i : {0, 2, 4})
+    for (int i : {0, 2, 4}) {
+        EXPECT_EQ(ThreadsNamed("KTTP_spread_0"), 1) << i;
         EXPECT_EQ(pool.Detach(&objects[i], kServe), 0);
+    }
     EXPECT_EQ(ThreadsNamed("KTTP_spread_0"), 0);
     EXPECT_EQ(ThreadsNamed("KTTP_spread_1"), 1);
     EXPECT_EQ(pool.Attach(&objects[0], kServe), 0);
