@@ -46,7 +46,7 @@ protected:
         ASSERT_EQ(CKTSocket::Listen(listening, 16), 0);
         CKTSocket::EnableBlock(listening, true);
     }
-    void TearDown() override { CKTSocket::CloseSock(listening); }
+    void TearDown() override { EXPECT_EQ(CKTSocket::CloseSock(listening), IsSkipped() ? -5 : 0); }
     void Connect(bool block) {
         ASSERT_EQ(client.OpenSockEx(GetParam(), address.GetPort(), block, kLongMs), 0);
         ASSERT_EQ(server.Accept(listening), 0);
@@ -145,6 +145,7 @@ TEST(SocketAddress, FindsAdaptersAndTheMachinesAddresses) {
         wanted += "HostIP = " + Text(*static_cast<CKTSocketAddress*>(list[i]), false) + "\n";
     EXPECT_EQ(printed, wanted);
     EXPECT_FALSE(Text(first, false).empty());
+    EXPECT_EQ(CKTSocketAddress::FindEthIF(&first, &first), -10);
 }
 
 // ---- streams ----
