@@ -4,7 +4,6 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
-#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -25,51 +24,22 @@ int TryEnter(CKTMutex& mutex) {
     return entered;
 }
 
-long long MsSince(std::chrono::steady_clock::time_point start) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
-                                                                 start)
-        .count();
-}
-
 }  // namespace
 
-TEST(Mutex, ItsOwnerEntersAgainAndLeavesAsOften) {
+TEST(Mutex, OnlyItsOwnerEntersAgainAndLeavesAsOften) {
     CKTMutex mutex;
     EXPECT_EQ(mutex.Enter(0), 1);
     EXPECT_EQ(mutex.Enter(KT_INFINITE), 1);
+    EXPECT_EQ(OnOtherThread([](CKTMutex& m) { return m.Leave(); }, mutex), 0);
     EXPECT_NE(mutex.Leave(), 0);
     EXPECT_EQ(OnOtherThread(TryEnter, mutex), 0);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(OnOtherThread([](CKTMutex& m) { return m.Enter(30); }, mutex), 0);
+    // Wine's clocks may differ by a tick.
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(28));
     EXPECT_NE(mutex.Leave(), 0);
     EXPECT_EQ(OnOtherThread(TryEnter, mutex), 1);
     EXPECT_EQ(mutex.Leave(), 0);
-}
-
-TEST(Mutex, OnlyItsOwnerLeaves) {
-    CKTMutex mutex;
-    mutex.Enter(KT_INFINITE);
-    EXPECT_EQ(OnOtherThread([](CKTMutex& m) { return m.Leave(); }, mutex), 0);
-    EXPECT_EQ(OnOtherThread(TryEnter, mutex), 0);
-    mutex.Leave();
-}
-
-TEST(Mutex, AFiniteWaitEndsWithTheTimeOrWithTheLock) {
-    CKTMutex mutex;
-    mutex.Enter(KT_INFINITE);
-    EXPECT_EQ(OnOtherThread(
-                  [](CKTMutex& m) {
-                      const auto start = std::chrono::steady_clock::now();
-                      const int entered = m.Enter(30);
-                      // Wine's clocks may differ by a tick.
-                      return entered == 0 && MsSince(start) >= 28 ? 1 : 0;
-                  },
-                  mutex),
-              1);
-    std::thread waiter([&] {
-        EXPECT_EQ(mutex.Enter(60000), 1);
-        mutex.Leave();
-    });
-    mutex.Leave();
-    waiter.join();
 }
 
 TEST(Mutex, OneWhoseOwnerDiedIsTakenOverWithAZero) {
@@ -83,14 +53,11 @@ TEST(Mutex, OneWhoseOwnerDiedIsTakenOverWithAZero) {
     OnOtherThread([](CKTMutex& m) { return m.Enter(0); }, mutex);
     { CKTGuard hold(mutex); }
     EXPECT_EQ(OnOtherThread(TryEnter, mutex), 1);  // the guard released it
-    EXPECT_EQ(mutex.Enter(0), 1);
-    EXPECT_NE(mutex.Leave(), 0);
 }
 
 TEST(Mutex, CopiesShareOneLock) {
     auto first = std::make_unique<CKTMutex>();
-    CKTMutex second(*first);
-    CKTMutex third;
+    CKTMutex second(*first), third;
     third = second;
     third = *&third;
     first->Enter(KT_INFINITE);
@@ -139,16 +106,6 @@ TEST(Mutex, KeepsManyThreadsApart) {
     EXPECT_EQ(count, 4 * rounds);
 }
 
-TEST(Guard, ReleasesWhenAnExceptionPasses) {
-    CKTMutex mutex;
-    try {
-        CKTGuard hold(mutex);
-        throw std::runtime_error("passing");
-    } catch (const std::runtime_error&) {
-    }
-    EXPECT_EQ(OnOtherThread(TryEnter, mutex), 1);
-}
-
 TEST(Event, AutoResetGivesItsSignalOnceManualResetKeepsIt) {
     CKTEvent manual;
     CKTEvent once(true);
@@ -167,47 +124,32 @@ TEST(Event, AutoResetGivesItsSignalOnceManualResetKeepsIt) {
     EXPECT_EQ(manual.Check(), 1);
 }
 
-// The waiters report that they are about to wait; a short rest then lets them reach the wait. Too
-// short a rest only makes the test easier to pass, never fails it.
-class EventWaiters : public testing::Test {
-protected:
-    void Start(CKTEvent& event, int count) {
-        for (int i = 0; i < count; ++i) {
-            m_threads.emplace_back([&] {
-                ++m_ready;
-                if (event.Wait(20000) == 0)
-                    ++m_released;
+TEST(Event, ReleasesThoseWhoWaitWhateverFollowsTheSet) {
+    for (const bool autoReset : {true, false}) {
+        CKTEvent event(autoReset);
+        std::atomic<int> ready{0}, released{0};
+        std::vector<std::thread> waiters;
+        for (int i = 0; i < 2; ++i) {
+            waiters.emplace_back([&] {
+                ++ready;
+                released += event.Wait(20000) == 0;
             });
         }
-        while (m_ready < count)
+        // The waiters report that they are about to wait; a short rest then lets them reach the
+        // wait. Too short a rest only makes the test easier to pass, never fails it.
+        while (ready < 2)
             std::this_thread::yield();
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        event.Set();
+        if (autoReset)
+            event.Set();
+        else
+            event.Reset();
+        for (std::thread& waiter : waiters)
+            waiter.join();
+        EXPECT_EQ(released, 2);
+        EXPECT_EQ(event.Check(), 0);
     }
-    int Join() {
-        for (std::thread& thread : m_threads)
-            thread.join();
-        return m_released;
-    }
-    std::vector<std::thread> m_threads;
-    std::atomic<int> m_ready{0};
-    std::atomic<int> m_released{0};
-};
-
-TEST_F(EventWaiters, TwoSetsReleaseTwoWaitersOfAnAutoResetEvent) {
-    CKTEvent event(true);
-    Start(event, 2);
-    event.Set();
-    event.Set();
-    EXPECT_EQ(Join(), 2);
-}
-
-TEST_F(EventWaiters, AreReleasedThoughAResetFollowsTheSetAtOnce) {
-    CKTEvent event;
-    Start(event, 3);
-    event.Set();
-    event.Reset();
-    EXPECT_EQ(Join(), 3);
-    EXPECT_EQ(event.Check(), 0);
 }
 
 TEST(Event, ItsWaiterMayDestroyItWhileSetStillRuns) {
@@ -221,9 +163,8 @@ TEST(Event, ItsWaiterMayDestroyItWhileSetStillRuns) {
 }
 
 TEST(Event, ASignalIsNeitherLostNorDoubledWhenWaitsRunOut) {
-    CKTEvent event(true);
-    CKTEvent taken(true);
-    const int rounds = static_cast<int>(KTTestLoad(5000));
+    CKTEvent event(true), taken(true);
+    const int rounds = static_cast<int>(KTTestLoad(1000));
     std::thread consumer([&] {
         for (int got = 0; got < rounds;) {
             if (event.Wait(static_cast<unsigned int>(got % 2)) == 0) {
@@ -233,6 +174,8 @@ TEST(Event, ASignalIsNeitherLostNorDoubledWhenWaitsRunOut) {
         }
     });
     for (int i = 0; i < rounds; ++i) {
+        // Meets the end of the consumer's wait now and then.
+        std::this_thread::sleep_for(std::chrono::microseconds(850 + i % 200));
         event.Set();
         EXPECT_EQ(taken.Wait(20000), 0);
     }

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <thread>
@@ -22,25 +20,6 @@ std::string Text(const CKTSocketAddress& address, bool withPort = true) {
     return address.ToString(out, withPort) == 0 ? out.GetBuffer() : "";
 }
 
-/// Listens on a port that the system chooses.
-struct Listener {
-    explicit Listener(const char* host) : address(host) {
-        handle = CKTSocket::TCPOpen(&address);
-        EXPECT_NE(handle, kNone);
-        EXPECT_EQ(CKTSocket::Listen(handle, 16), 0);
-        CKTSocket::EnableBlock(handle, true);
-    }
-    ~Listener() { EXPECT_EQ(CKTSocket::CloseSock(handle), 0); }
-    CKTSocketAddress address;
-    unsigned long long handle;
-};
-
-bool HasIpv6() {
-    CKTSocketAddress address("::1");
-    const unsigned long long handle = CKTSocket::UDPOpen(&address);
-    return CKTSocket::CloseSock(handle) == 0;
-}
-
 bool RunsUnderWine() {
 #if defined(_WIN32)
     return GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr;
@@ -56,17 +35,25 @@ bool AwaitRecv(CKTSocket& socket) {
            set.CheckRecv(socket.GetHandle());
 }
 
-/// Both tests of a transport run over each family that the machine has.
+/// Each family that the machine has, with a listening handle and the two ends of a connection.
 class SocketFamily : public testing::TestWithParam<const char*> {
 protected:
     void SetUp() override {
-        if (std::strchr(GetParam(), ':') != nullptr && !HasIpv6())
+        if (CKTSocket::CloseSock(CKTSocket::UDPOpen(&address)) != 0 && address.GetFamily() == 23)
             GTEST_SKIP() << "this machine has no ::1";
+        address.SetPort(0);
+        listening = CKTSocket::TCPOpen(&address);
+        ASSERT_EQ(CKTSocket::Listen(listening, 16), 0);
+        CKTSocket::EnableBlock(listening, true);
     }
-    void Connect(Listener& listener, CKTSocketTCP& client, CKTSocketTCP& server, bool block) {
-        ASSERT_EQ(client.OpenSockEx(GetParam(), listener.address.GetPort(), block, kLongMs), 0);
-        ASSERT_EQ(server.Accept(listener.handle), 0);
+    void TearDown() override { EXPECT_EQ(CKTSocket::CloseSock(listening), IsSkipped() ? -5 : 0); }
+    void Connect(bool block) {
+        ASSERT_EQ(client.OpenSockEx(GetParam(), address.GetPort(), block, kLongMs), 0);
+        ASSERT_EQ(server.Accept(listening), 0);
     }
+    CKTSocketAddress address{GetParam()};
+    unsigned long long listening = kNone;
+    CKTSocketTCP client, server;
 };
 INSTANTIATE_TEST_SUITE_P(, SocketFamily, testing::Values("127.0.0.1", "::1"),
                          [](const auto& info) { return info.index == 0 ? "IPv4" : "IPv6"; });
@@ -104,15 +91,6 @@ TEST(SocketAddress, ReadsNumericHostsAndAsksTheResolverForNothingElse) {
     EXPECT_EQ(Text(local, false), "127.0.0.1");
 }
 
-TEST(SocketAddress, PrintsBehindWhatTheStringHolds) {
-    CKTSocketAddress v6("::1");
-    v6.SetPort(554);
-    CKTString out("at ");
-    EXPECT_EQ(v6.ToString(out, true), 0);
-    EXPECT_STREQ(out.GetBuffer(), "at [::1]:554");
-    EXPECT_EQ(CKTSocketAddress().ToString(out, true), -1);
-}
-
 TEST(SocketAddress, ComparesHostsOnly) {
     CKTSocketAddress a("10.1.2.3"), b(a), v6("::ffff:10.1.2.3");
     b.SetPort(99);
@@ -146,18 +124,15 @@ TEST(SocketAddress, ToleratesCutShortAndForeignAddresses) {
     EXPECT_TRUE(address == "10.0.0.1");
     address = &foreign;
     EXPECT_FALSE(address.IsValid());
-    EXPECT_EQ(address.SetSocketName(kNone), -1);
     EXPECT_TRUE(address.Init(AF_INET6));
     EXPECT_EQ(address.GetFamily(), 23);
 }
 
 TEST(SocketAddress, FindsAdaptersAndTheMachinesAddresses) {
-    CKTSocketAddress first, again;
+    CKTSocketAddress first;
     CKTListOBJ list;
-    EXPECT_EQ(first.BindEthnet(nullptr, 5, 0), -10);
     EXPECT_EQ(first.BindEthnet("no such adapter", 2, 0), -1);
     EXPECT_EQ(CKTSocketAddress::ETHListQuery(&list, 5), -10);
-    EXPECT_EQ(CKTSocketAddress::ETHListQuery(nullptr, 2), -4);
     EXPECT_EQ(first.BindEthnet(nullptr, 2, 8080), 0);
     EXPECT_EQ(first.GetPort(), 0);
     testing::internal::CaptureStdout();
@@ -170,20 +145,16 @@ TEST(SocketAddress, FindsAdaptersAndTheMachinesAddresses) {
         wanted += "HostIP = " + Text(*static_cast<CKTSocketAddress*>(list[i]), false) + "\n";
     EXPECT_EQ(printed, wanted);
     EXPECT_FALSE(Text(first, false).empty());
-    EXPECT_EQ(CKTSocketAddress::FindEthIF(&first, &again), -4);
-    EXPECT_EQ(CKTSocketAddress::FindEthIF(&again, &first), -10);
+    EXPECT_EQ(CKTSocketAddress::FindEthIF(&first, &first), -10);
 }
 
 // ---- streams ----
 
 TEST_P(SocketFamily, StreamsBothWaysWhileBlocking) {
-    Listener listener(GetParam());
-    CKTSocketTCP client, server;
-    Connect(listener, client, server, true);
+    Connect(true);
     EXPECT_TRUE(*server.GetPeer() == GetParam());
     EXPECT_EQ(client.OpenSock(GetParam(), 1, true), -1);
-    EXPECT_EQ(client.Bind(static_cast<unsigned short>(1)), -1);
-    EXPECT_EQ(server.Accept(listener.handle), -7);
+    EXPECT_EQ(server.Accept(listening), -7);
 
     // More than the system buffers, so that the sender has to wait for the reader.
     std::string sent(8 * 1024 * 1024, 0), got;
@@ -205,18 +176,14 @@ TEST_P(SocketFamily, StreamsBothWaysWhileBlocking) {
 }
 
 TEST_P(SocketFamily, StreamsByEventsThroughItsBuffers) {
-    Listener listener(GetParam());
-    CKTSocketTCP client, server;
-    ASSERT_EQ(client.Open(GetParam(), listener.address.GetPort()), 0);
-    ASSERT_EQ(server.Accept(listener.handle), 0);
+    ASSERT_EQ(client.Open(GetParam(), address.GetPort()), 0);
+    ASSERT_EQ(server.Accept(listening), 0);
     EXPECT_EQ(server.OnRecv(nullptr), 0);
 
     const CKTString block(std::string(40000, 'x').c_str());
-    EXPECT_EQ(client.Send(static_cast<const CKTString*>(nullptr)), -1);
     EXPECT_EQ(client.Send(client.GetSendBuf()), 0);
     EXPECT_FALSE(client.IsSending());
     EXPECT_EQ(client.Send(&block), 0);
-    EXPECT_TRUE(client.IsSending());
     int sent = 0;
     unsigned int length = 0;
     while (length < 32767) {
@@ -245,53 +212,34 @@ TEST_P(SocketFamily, StreamsByEventsThroughItsBuffers) {
     EXPECT_EQ(server.OnRecv(nullptr), -1);
 }
 
-TEST(SocketTcp, TellsTimeOutsFromFailures) {
-    Listener listener("127.0.0.1");
-    CKTSocketTCP client, server;
+TEST_P(SocketFamily, TellsTimeOutsFromFailures) {
     char byte = 'b';
-    EXPECT_EQ(client.Send(&byte, 1, 0), -1);
-    EXPECT_EQ(client.Recv(&byte, 1, 0), -1);
-    EXPECT_EQ(client.Accept(kNone), -5);
-    ASSERT_EQ(client.OpenSockEx("127.0.0.1", listener.address.GetPort(), true, kLongMs), 0);
-    ASSERT_EQ(server.Accept(listener.handle), 0);
+    Connect(true);
     EXPECT_EQ(client.Recv(&byte, 1, 20), 0);
-    EXPECT_EQ(client.Send(nullptr, 1, 0), 0);
     EXPECT_EQ(client.Send(&byte, 1, 0), 1);  // all in the first pass: no time needed
     // Nobody reads: a blocking socket, too, comes back when its time is over.
     const std::string flood(64 * 1024 * 1024, 'f');
     EXPECT_EQ(client.Send(flood.data(), static_cast<int>(flood.size()), 0), -2);
     server.Close();
     EXPECT_EQ(client.Send(flood.data(), static_cast<int>(flood.size()), kLongMs), -13);
-    EXPECT_EQ(client.Close(), 0);
-    EXPECT_FALSE(client.IsValid());
 }
 
-TEST(SocketTcp, ARefusedConnectionLeavesItClosedAndReusable) {
-    unsigned short port;
-    {
-        Listener gone("127.0.0.1");
-        port = gone.address.GetPort();
-    }
-    CKTSocketTCP client;
-    EXPECT_EQ(client.OpenSockEx("127.0.0.1", port, true, kLongMs), -1);
+TEST_P(SocketFamily, ARefusedConnectionLeavesTheSocketClosedAndReusable) {
+    CKTSocketAddress silent(GetParam());
+    const unsigned long long handle = CKTSocket::TCPOpen(&silent);  // refuses: it does not listen
+    EXPECT_EQ(client.OpenSockEx(GetParam(), silent.GetPort(), true, kLongMs), -1);
     EXPECT_FALSE(client.IsValid());
-    EXPECT_EQ(client.OpenSock("127.0.0.1", port, true), -1);
-    EXPECT_EQ(client.OpenSock("127.0.0.1", 0, true), -1);
-    EXPECT_EQ(client.OpenSock(nullptr, port, true), -1);
-    EXPECT_EQ(client.OpenSock("not a host", port, true), -1);
-    Listener listener("127.0.0.1");
-    EXPECT_EQ(client.OpenSock("127.0.0.1", listener.address.GetPort(), true), 0);
+    EXPECT_EQ(client.OpenSock(GetParam(), silent.GetPort(), true), -1);
+    EXPECT_EQ(client.OpenSock("not a host", address.GetPort(), true), -1);
+    EXPECT_EQ(client.OpenSock(GetParam(), address.GetPort(), true), 0);
+    EXPECT_EQ(CKTSocket::CloseSock(handle), 0);
 }
 
-TEST(SocketTcp, MovesAConnectionWithItsBytes) {
-    Listener listener("127.0.0.1");
-    CKTSocketTCP client, server, moved;
+TEST_P(SocketFamily, MovesAConnectionWithItsBytes) {
+    CKTSocketTCP moved;
     const CKTString text("pending");
     char got[8] = {};
-    EXPECT_EQ(server.MoveTo(&moved), -7);
-    ASSERT_EQ(client.Open("127.0.0.1", listener.address.GetPort()), 0);
-    ASSERT_EQ(server.Accept(listener.handle), 0);
-    EXPECT_EQ(server.MoveTo(nullptr), -4);
+    Connect(false);
     EXPECT_EQ(server.MoveTo(&server), -7);
     server.Send(&text);
     *server.GetRecvBuf() << "received";
@@ -304,48 +252,32 @@ TEST(SocketTcp, MovesAConnectionWithItsBytes) {
     EXPECT_STREQ(got, "pending");
 }
 
-TEST(SocketTcp, SurvivesAPeerThatVanishesAtAnyMoment) {
-    Listener listener("127.0.0.1");
+TEST_P(SocketFamily, SurvivesAResetInReadingAndInSending) {
     const CKTString text("0123456789");
-    for (int step = 0; step < 4; ++step) {
-        CKTSocketTCP client, server;
-        ASSERT_EQ(client.OpenSockEx("127.0.0.1", listener.address.GetPort(), false, kLongMs), 0);
-        ASSERT_EQ(server.Accept(listener.handle), 0);
-        // Closing with bytes unread makes the system reset the connection.
-        if (step > 0) {
-            ASSERT_EQ(client.Send(text.GetBuffer(), 10, kLongMs), 10);
-        }
-        if (step > 1) {
-            ASSERT_TRUE(AwaitRecv(server));
-        }
-        server.Close();
+    for (const bool sends : {false, true}) {
+        Connect(false);
+        ASSERT_EQ(client.Send(text.GetBuffer(), 10, kLongMs), 10);
+        ASSERT_TRUE(AwaitRecv(server));
+        server.Close();  // with bytes unread: the system resets the connection
         ASSERT_TRUE(AwaitRecv(client));
-        if (step > 2) {
+        if (sends) {
             client.Send(&text);
             EXPECT_LE(client.OnSend(nullptr), 10);
         }
         EXPECT_EQ(client.OnRecv(nullptr), -1);
         EXPECT_EQ(client.Close(), 0);
-        EXPECT_EQ(client.Open("127.0.0.1", listener.address.GetPort()), 0);
-        ASSERT_EQ(server.Accept(listener.handle), 0);
     }
 }
 
-TEST(SocketTcp, CyclesLeaveNoHandle) {
-    Listener listener("127.0.0.1");
-    CKTSocketTCP client, server;
-    unsigned long long highest = 0;
+TEST_P(SocketFamily, CyclesLeaveNoHandle) {
+    unsigned long long first = kNone;
     for (unsigned int i = KTTestLoad(10000); i != 0; --i) {
-        char got[5] = {};
-        ASSERT_EQ(client.OpenSockEx("127.0.0.1", listener.address.GetPort(), true, kLongMs), 0);
-        ASSERT_EQ(server.Accept(listener.handle), 0);
-        ASSERT_EQ(client.Send("ping", 4, kLongMs), 4);
-        ASSERT_EQ(server.Recv(got, 4, kLongMs), 4);
-        if (highest == 0)
-            highest = server.GetHandle();
-        ASSERT_EQ(server.GetHandle() > highest + 1024, false);  // handles are used again
+        char got;
+        Connect(true);
+        first = first == kNone ? server.GetHandle() : first;
+        ASSERT_LE(server.GetHandle(), first + 1024);  // handles are used again
         server.Close();
-        ASSERT_EQ(client.Recv(got, 4, kLongMs), -1);
+        ASSERT_EQ(client.Recv(&got, 1, kLongMs), -1);
         client.Close();
     }
 }
@@ -353,53 +285,58 @@ TEST(SocketTcp, CyclesLeaveNoHandle) {
 // ---- datagrams ----
 
 TEST_P(SocketFamily, ExchangesDatagramsByEventsAndTimed) {
-    CKTSocketUDP server, client;
+    CKTSocketUDP asked, asker;
     CKTSocketMSG message;
-    ASSERT_EQ(server.Bind(GetParam()), 0);
-    ASSERT_EQ(server.Open(nullptr, 0), 0);
-    ASSERT_NE(server.GetLocal()->GetPort(), 0);
-    ASSERT_EQ(client.OpenEx(GetParam(), server.GetLocal()->GetPort()), 0);
-    EXPECT_EQ(client.EnableBlock(true), 0);
-    ASSERT_EQ(client.Send("question", 8, kLongMs), 8);
-    ASSERT_TRUE(AwaitRecv(server));
-    EXPECT_EQ(server.OnRecv(nullptr, &message), 0);  // no room yet
+    ASSERT_EQ(asked.Bind(GetParam()), 0);
+    ASSERT_EQ(asked.Open(nullptr, 0), 0);
+    ASSERT_NE(asked.GetLocal()->GetPort(), 0);
+    ASSERT_EQ(asker.OpenEx(GetParam(), asked.GetLocal()->GetPort()), 0);
+    EXPECT_EQ(asker.EnableBlock(true), 0);
+    ASSERT_EQ(asker.Send("question", 8, kLongMs), 8);
+    ASSERT_TRUE(AwaitRecv(asked));
+    EXPECT_EQ(asked.OnRecv(nullptr, &message), 0);  // no room yet
     message.AllocBuffer(100);
     *message.GetLocal() = "9.9.9.9";
-    EXPECT_EQ(server.OnRecv(nullptr, &message), 8);
+    EXPECT_EQ(asked.OnRecv(nullptr, &message), 8);
     EXPECT_STREQ(message.GetBuffer(), "question");
     EXPECT_TRUE(*message.GetPeer() == GetParam());
-    EXPECT_EQ(Text(*message.GetLocal()), Text(*server.GetLocal()));
-    EXPECT_EQ(server.OnRecv(nullptr, &message), 0);
+    EXPECT_EQ(Text(*message.GetLocal()), Text(*asked.GetLocal()));
+    EXPECT_EQ(asked.OnRecv(nullptr, &message), 0);
 
     const CKTString first("one"), second("two");
+    const unsigned long long handle = asked.GetHandle();
     CKTSocketAddress nowhere;
-    EXPECT_EQ(server.Send(&first, message.GetPeer()), 0);
-    EXPECT_EQ(server.Send(&first, &nowhere), 0);
-    EXPECT_EQ(server.Send(&second, message.GetPeer()), 0);
-    EXPECT_EQ(server.OnSend(nullptr), 3);
-    EXPECT_EQ(server.OnSend(nullptr), 0);  // the one without a peer only leaves the queue
-    EXPECT_TRUE(server.IsSending());
-    EXPECT_EQ(server.OnSend(nullptr), 3);
-    EXPECT_FALSE(server.IsSending());
+    fd_set write, none;
+    FD_ZERO(&write);
+    FD_ZERO(&none);
+    unsigned long long highest = kNone;
+    asked.Select(highest, nullptr, &write, nullptr, false);
+    EXPECT_FALSE(FD_ISSET(handle, &write));  // nothing waits to be sent
+    EXPECT_EQ(highest, handle);
+    EXPECT_EQ(asked.Send(&first, message.GetPeer()), 0);
+    EXPECT_EQ(asked.Send(&first, &nowhere), 0);
+    EXPECT_EQ(asked.Send(&second, message.GetPeer()), 0);
+    highest = handle + 4;
+    EXPECT_EQ(asked.Select(highest, nullptr, &write, nullptr, false), static_cast<int>(handle + 4));
+    EXPECT_EQ(asked.OnSend(&none), 0);
+    EXPECT_EQ(asked.OnSend(&write), 3);
+    EXPECT_EQ(asked.OnSend(nullptr), 0);  // the one without a peer only leaves the queue
+    EXPECT_TRUE(asked.IsSending());
+    EXPECT_EQ(asked.OnSend(nullptr), 3);
+    EXPECT_FALSE(asked.IsSending());
     char got[8] = {};
-    EXPECT_EQ(client.Recv(got, 8, kLongMs), 3);
+    EXPECT_EQ(asker.Recv(got, 8, kLongMs), 3);
     EXPECT_STREQ(got, "one");
-    EXPECT_EQ(client.Recv(got, 8, kLongMs), 3);
+    EXPECT_EQ(asker.Recv(got, 8, kLongMs), 3);
     EXPECT_STREQ(got, "two");
-    EXPECT_EQ(client.Recv(got, 8, 20), 0);
-    EXPECT_EQ(server.Send(&first, message.GetPeer()), 0);  // Close frees it
-    EXPECT_EQ(server.Close(), 0);
+    EXPECT_EQ(asker.Recv(got, 8, 20), 0);
+    EXPECT_EQ(asked.Send(&first, message.GetPeer()), 0);  // Close frees it
+    EXPECT_EQ(asked.Close(), 0);
 }
 
-TEST(SocketMsg, KeepsToItsRoomAndPrintsItsAddresses) {
+TEST(SocketMsg, PrintsItsAddressesAndIsCopiedWhole) {
     CKTSocketMSG message;
-    EXPECT_EQ(message.GetFreeSize(), 0);
-    EXPECT_EQ(message.AddLength(1), -1);
-    message.AllocBuffer(31);
-    std::memset(message.GetFreeBuffer(), 'm', 31);
-    EXPECT_EQ(message.AddLength(32), -1);
-    EXPECT_EQ(message.AddLength(31), 31);
-    EXPECT_EQ(message.GetFreeSize(), 0);
+    message << "text";
     *message.GetLocal() = "::1";
     message.GetLocal()->SetPort(7);
     EXPECT_EQ(message.SetPeer("fe80::9", 8), 0);
@@ -413,7 +350,7 @@ TEST(SocketMsg, KeepsToItsRoomAndPrintsItsAddresses) {
               "CKTSocketMSG: Local = [::1]:7 Remote = fe80::9:8\n"
               "CKTSocketMSG: Local = [::1]:7 Remote = 10.0.0.9:8\n"
               "CKTSocketMSG: Local =  Remote = \n");
-    EXPECT_EQ(copy->GetLength(), 31u);
+    EXPECT_STREQ(copy->GetBuffer(), "text");
 }
 
 TEST(SocketMcast, JoinsHearsAndLeavesAGroup) {
@@ -426,7 +363,6 @@ TEST(SocketMcast, JoinsHearsAndLeavesAGroup) {
     ASSERT_EQ(sender.Bind("127.0.0.1"), 0);
     ASSERT_EQ(sender.Open(nullptr, 0), 0);
     const unsigned short port = sender.GetLocal()->GetPort() ^ 1;
-    EXPECT_EQ(member.Open(kGroup, 0), -1);
     EXPECT_EQ(member.Bind("::1"), 0);
     EXPECT_EQ(member.Open(kGroup, port), -4);  // two families
     EXPECT_FALSE(member.IsValid());
@@ -461,13 +397,9 @@ TEST(SocketMcast, JoinsHearsAndLeavesAGroup) {
 
 TEST(Socket, BindsBeforeOpeningOnly) {
     CKTSocketUDP socket;
-    EXPECT_EQ(socket.BindEth(nullptr, 5), -10);
-    EXPECT_EQ(socket.BindEth(nullptr, 23), 0);
-    EXPECT_EQ(socket.GetLocal()->GetFamily(), 23);
     EXPECT_EQ(socket.Bind("not a host"), -1);
     EXPECT_EQ(socket.Open(nullptr, 0), -1);  // no local address
     EXPECT_EQ(socket.Bind("127.0.0.1"), 0);
-    EXPECT_EQ(socket.Bind(static_cast<unsigned short>(0)), 0);
     EXPECT_EQ(socket.Open(nullptr, 0), 0);
     EXPECT_EQ(socket.BindEth(nullptr, 2), -1);
     testing::internal::CaptureStdout();
@@ -505,29 +437,6 @@ TEST(SocketSet, StopsAtSixtyFourHandles) {
     EXPECT_TRUE(twice.CheckSend(sockets[0].GetHandle()));
     EXPECT_FALSE(twice.CheckRecv(sockets[0].GetHandle()));
     EXPECT_FALSE(twice.CheckError(sockets[0].GetHandle()));
-}
-
-TEST(Socket, WritesIntoASetOnlyWhatWaitsToBeSent) {
-    CKTSocketUDP socket;
-    socket.Bind("127.0.0.1");
-    ASSERT_EQ(socket.Open(nullptr, 0), 0);
-    const CKTString text("x");
-    const unsigned long long handle = socket.GetHandle();
-    fd_set write, ready;
-    FD_ZERO(&write);
-    FD_ZERO(&ready);
-    unsigned long long highest = kNone;
-    socket.Select(highest, nullptr, &write, nullptr, false);
-    EXPECT_FALSE(FD_ISSET(handle, &write));
-    EXPECT_EQ(highest, handle);
-    socket.Send(&text, socket.GetLocal());
-    socket.Select(highest, nullptr, &write, nullptr, false);
-    EXPECT_TRUE(FD_ISSET(handle, &write));
-    EXPECT_EQ(socket.OnSend(&ready), 0);  // not in the set
-    EXPECT_EQ(socket.OnSend(&write), 1);
-    highest = handle + 4;
-    EXPECT_EQ(socket.Select(highest, nullptr, nullptr, nullptr, true),
-              static_cast<int>(handle + 4));
 }
 
 #if !defined(_WIN32)
