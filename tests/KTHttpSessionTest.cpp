@@ -89,7 +89,7 @@ TEST(HttpSession, SurvivesAServerThatFailsAtAnyByte) {
     });
 }
 
-TEST(HttpSession, EndsWhatTheBufferCannotHold) {
+TEST(HttpSession, EndsWhatTheBufferCannotHoldUntilItIsLarger) {
     for (const char* end : {"X: ", "\r\n9000\r\n"}) {
         KTTestHttpPeer peer([&](KTTestHttpPeer& peer) {
             peer.Answer("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n" +
@@ -100,6 +100,15 @@ TEST(HttpSession, EndsWhatTheBufferCannotHold) {
         EXPECT_EQ(client.Get(peer.Url("/"), 50), -2);
         EXPECT_EQ(client.Get(peer.Url("/"), 0), -1);
     }
+    KTTestHttpPeer peer([](KTTestHttpPeer& peer) {
+        peer.Answer("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n9000\r\n" +
+                    std::string(0x9000, 'x') + "\r\n0\r\n\r\n");
+        peer.AwaitEnd();
+    });
+    StackSession client;
+    client.GetRecvBuf()->AllocBuffer(0x10000);
+    EXPECT_EQ(client.Get(peer.Url("/")), 0);
+    EXPECT_EQ(client.Body(), std::string(0x9000, 'x'));
 }
 
 TEST(HttpSession, SendsWhatTheUrlAndTheCallerSay) {

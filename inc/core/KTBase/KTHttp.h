@@ -399,6 +399,8 @@ private:
 
 /// One connection of a client (Acquire, Commit) or of a server (Acquire, Accept), counted. A loop
 /// around Polling moves its bytes; the calls below work on the send and receive buffers alone.
+/// These begin with 32 KB each. A head, a chunk and a part have to fit the one, what is sent at once
+/// the other: AllocBuffer on GetRecvBuf() or GetSendBuf() makes room that stays.
 ///
 /// Locks: Polling reads, parses heads and sends under the I/O lock, which it never holds while it
 /// waits. Other threads take it around their own use of commands, buffers and Close. Reference count
