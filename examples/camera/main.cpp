@@ -143,12 +143,18 @@ std::string ReadOption(const std::string& option, const char* value, Options& ou
         out.name = value;
         if (!IsPlain(out.name) || out.name.empty())
             return "--name takes a text without \" ' \\ < > & and control characters";
-    } else if (option == "--discovery") {
-        return ReadGroup(value, out);
     } else {
-        return "there is no option " + option;
+        return ReadGroup(value, out);
     }
     return "";
+}
+
+bool IsOption(const std::string& text) {
+    for (const char* const option :
+         {"--file", "--port", "--auth", "--user", "--password", "--fps", "--name", "--discovery"})
+        if (text == option)
+            return true;
+    return false;
 }
 
 std::string ReadOptions(int argc, char** argv, Options& out) {
@@ -160,10 +166,11 @@ std::string ReadOptions(int argc, char** argv, Options& out) {
         }
         if (option.compare(0, 2, "--") != 0)
             return "what is " + option + "?";
-        // An unknown option is told as such even when it stands last.
-        const std::string wrong = ReadOption(option, i + 1 < argc ? argv[i + 1] : "", out);
-        if (i + 1 == argc && wrong.compare(0, 8, "there is") != 0)
+        if (!IsOption(option))
+            return "there is no option " + option;
+        if (i + 1 == argc)
             return option + " needs a value";
+        const std::string wrong = ReadOption(option, argv[i + 1], out);
         if (!wrong.empty())
             return wrong;
     }

@@ -29,18 +29,18 @@ void OnStop(int number) {
 void SetSignals() {
     std::signal(SIGINT, OnStop);
     std::signal(SIGTERM, OnStop);
-#if defined(SIGHUP)
-    // The terminal is gone; under nohup that is no reason to end.
-    if (std::signal(SIGHUP, OnStop) == SIG_IGN)
-        std::signal(SIGHUP, SIG_IGN);
-#endif
-        // These are errors of one write alone: a reader of our output that has gone, such as a tee that
-        // Ctrl-C has ended before us, and a limit of file sizes.
+    // The next two are errors of one write alone: a reader of our output that has gone, such as a
+    // tee that Ctrl-C has ended before us, and a limit of file sizes.
 #if defined(SIGPIPE)
     std::signal(SIGPIPE, SIG_IGN);
 #endif
 #if defined(SIGXFSZ)
     std::signal(SIGXFSZ, SIG_IGN);
+#endif
+#if defined(SIGHUP)
+    // The terminal is gone; under nohup that is no reason to end.
+    if (std::signal(SIGHUP, OnStop) == SIG_IGN)
+        std::signal(SIGHUP, SIG_IGN);
 #endif
 }
 
