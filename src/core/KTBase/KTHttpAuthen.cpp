@@ -96,7 +96,7 @@ struct Piece {
 
     bool Is(const char* word) const {
         const std::size_t length = static_cast<std::size_t>(end - begin);
-        return std::strlen(word) == length && KTHttpEqual(begin, word, length);
+        return std::strlen(word) == length && KTEqualNoCase(begin, word, length);
     }
 };
 
@@ -213,8 +213,8 @@ void SkipStray(const char*& at) {
 
 /// `Scheme realm="..."` in front of text, of which at becomes the rest.
 bool ReadRealm(const char*& at, const char* scheme, Piece& realm) {
-    const char* rest = KTHttpBehind(at, scheme);
-    rest = rest != nullptr ? KTHttpBehind(SkipBlanks(rest), "realm=\"") : nullptr;
+    const char* rest = KTBehindPrefix(at, scheme);
+    rest = rest != nullptr ? KTBehindPrefix(SkipBlanks(rest), "realm=\"") : nullptr;
     if (rest == nullptr)
         return false;
     at = rest - 1;
@@ -227,7 +227,7 @@ bool ReadRealmNonce(const char* challenge, Piece& realm, Piece& nonce) {
     const char* at = challenge;
     if (!ReadRealm(at, "Digest", realm) || *at != ',')
         return false;
-    at = KTHttpBehind(SkipBlanks(at + 1), "nonce=\"");
+    at = KTBehindPrefix(SkipBlanks(at + 1), "nonce=\"");
     if (at == nullptr)
         return false;
     nonce = ReadQuoted(--at, false);
@@ -249,7 +249,7 @@ bool HasWord(const Piece& list, const char* word) {
 /// header line can carry, and without memory.
 bool AppendQuoted(CKTString& out, const char* name, const char* text) {
     bool complete = out.Append("%s=\"", name) >= 0;
-    for (text = KTHttpTextOrEmpty(text); *text != '\0'; ++text) {
+    for (text = KTTextOrEmpty(text); *text != '\0'; ++text) {
         if (static_cast<unsigned char>(*text) < ' ' || *text == 0x7F)
             return false;
         if (*text == '"' || *text == '\\')
@@ -421,7 +421,7 @@ int CKTHTTPAuthen::ParseRespDigest(const char* challenge) {
 int CKTHTTPAuthen::ParseRequest(const char* authorization) {
     if (authorization == nullptr)
         return KT_ARGUMENT;
-    const char* text = KTHttpBehind(authorization, "Basic ");
+    const char* text = KTBehindPrefix(authorization, "Basic ");
     if (text == nullptr)
         return KT_UNSUPPORTED;
     unsigned char* data = nullptr;
@@ -560,7 +560,7 @@ void CKTHTTPAuthen::Challenge::Judge() {
 
 const char* CKTHTTPAuthen::GetAuthenRequBasic() {
     CKTString credentials, value("Basic ");
-    if (KTHttpIsEmpty(m_user) || credentials.AppendSTR(m_user, 0) < 0 ||
+    if (CKTString::IsEmpty(m_user) || credentials.AppendSTR(m_user, 0) < 0 ||
         credentials.AppendSTR(":", 1) < 0 || credentials.AppendSTR(m_password, 0) < 0 ||
         value.IsEmpty() ||
         !KTBASE64EncodeSTR(value, reinterpret_cast<unsigned char*>(credentials.GetBuffer()),
@@ -622,7 +622,7 @@ const char* CKTHTTPAuthen::Digest(const char* method, const char* uri, const cha
     CKTString value;
     if (!Respond(false, method, uri, qop != nullptr ? cnonce : nullptr, response) ||
         value.Append("Digest username=\"%s\", realm=\"%s\", nonce=\"%s\", uri=\"%s\", ", m_user,
-                     KTHttpTextOrEmpty(m_realm), KTHttpTextOrEmpty(m_nonce), uri) < 0 ||
+                     KTTextOrEmpty(m_realm), KTTextOrEmpty(m_nonce), uri) < 0 ||
         (qop != nullptr &&
          value.Append("cnonce=\"%s\", nc=%s, qop=\"%s\", ", cnonce, count, qop) < 0) ||
         value.Append("response=\"%s\"", response) < 0)
@@ -637,7 +637,7 @@ const char* CKTHTTPAuthen::Digest(const char* method, const char* uri, const cha
 /// is missing, and without memory.
 bool CKTHTTPAuthen::Respond(bool sha256, const char* method, const char* uri, const char* cnonce,
                             char* out) const {
-    if (KTHttpIsEmpty(m_user) || KTHttpIsEmpty(method) || KTHttpIsEmpty(uri))
+    if (CKTString::IsEmpty(m_user) || CKTString::IsEmpty(method) || CKTString::IsEmpty(uri))
         return false;
     return KTHttpDigestResponse(
         {sha256, m_user, m_realm, m_password, m_nonce, method, uri, cnonce, m_nonceCount}, out);

@@ -20,16 +20,13 @@ const unsigned char* Bytes(const char* data) {
 }
 
 bool Append(CKTString& content, const char* data, unsigned int count) {
-    // Growing by single pieces would copy a long body once per piece.
-    if (content.GetSpace() <= count && content.GetLength() > count)
-        content.AllocBuffer(std::min<unsigned int>(content.GetLength(), INT_MAX));
-    return content.AppendDAT(Bytes(data), count) >= 0;
+    return KTReserve(content, count) && content.AppendDAT(Bytes(data), count) >= 0;
 }
 
 int HexDigit(char c) {
     if (c >= '0' && c <= '9')
         return c - '0';
-    const char lower = KTHttpLower(c);
+    const char lower = KTLower(c);
     return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
@@ -115,7 +112,7 @@ int CKTHTTPCommand::RecvResponse(const char* data, int length, CKTString* conten
 int CKTHTTPCommand::ParseBody(const char* data, int length, int head, CKTString* content) {
     int taken = head;
     // Parts do not count towards the length: with one of 0 they would never be looked at.
-    bool first = !KTHttpIsEmpty(m_boundary) && m_code > 0;
+    bool first = !CKTString::IsEmpty(m_boundary) && m_code > 0;
     while (taken < length && (first || !IsCompleted())) {
         const int count =
             ParseContent(data != nullptr ? data + taken : nullptr, length - taken, content);
@@ -133,8 +130,8 @@ int CKTHTTPCommand::ParseContent(const char* data, int length, CKTString* conten
     if (data == nullptr || length < 1 || content == nullptr)
         return 0;
     if (!m_chunked)
-        return KTHttpIsEmpty(m_boundary) ? ParsePlain(data, length, *content)
-                                         : ParseBoundary(data, length, content);
+        return CKTString::IsEmpty(m_boundary) ? ParsePlain(data, length, *content)
+                                              : ParseBoundary(data, length, content);
     int taken = 0;
     while (m_chunked && taken < length) {
         const int count = ParseChunked(data + taken, length - taken, content);
@@ -183,12 +180,12 @@ int CKTHTTPCommand::ParseChunked(const char* data, int length, CKTString* conten
 }
 
 int CKTHTTPCommand::ParseBoundary(const char* data, int length, CKTString* content) {
-    if (data == nullptr || KTHttpIsEmpty(m_boundary) || length < kLeastPartBytes)
+    if (data == nullptr || CKTString::IsEmpty(m_boundary) || length < kLeastPartBytes)
         return 0;
     const std::size_t given = static_cast<std::size_t>(length) - 2;
     const std::size_t boundaryLength = std::strlen(m_boundary);
     if (std::memcmp(data, "--", 2) != 0 ||
-        !KTHttpEqual(data + 2, m_boundary, std::min(given, boundaryLength)))
+        !KTEqualNoCase(data + 2, m_boundary, std::min(given, boundaryLength)))
         return KT_MALFORMED;
     if (given < boundaryLength)
         return 0;

@@ -189,7 +189,7 @@ const char* CKTHTTPCommand::GetError(int& code) {
 
 int CKTHTTPCommand::ToString(CKTString& out) {
     CKTString dump;
-    const auto text = [](const char* field) { return KTHttpTextOrEmpty(field); };
+    const auto text = [](const char* field) { return KTTextOrEmpty(field); };
     const auto optional = [&dump](const char* label, const char* field) {
         return field == nullptr || dump.Append("%s%s\n", label, field) >= 0;
     };

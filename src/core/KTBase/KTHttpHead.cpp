@@ -75,7 +75,7 @@ char* CutAtSpace(char* text) {
 
 /// The value behind name and its spaces; null when line does not begin with name.
 const char* Value(const char* line, const char* name) {
-    const char* value = line != nullptr ? KTHttpBehind(line, name) : nullptr;
+    const char* value = line != nullptr ? KTBehindPrefix(line, name) : nullptr;
     return value != nullptr ? KTHttpSkipSpaces(value) : nullptr;
 }
 
@@ -176,7 +176,7 @@ bool CKTHTTPCommand::ParseHeadLine(const char* line) {
     if (line == nullptr)
         return false;
     bool taken = false;
-    switch (KTHttpLower(*line)) {
+    switch (KTLower(*line)) {
         case 'a':
             taken = TakeLine(m_accept, line, "Accept: ") ||
                     TakeLine(m_acceptEncoding, line, "Accept-Encoding: ") ||
@@ -219,7 +219,7 @@ bool CKTHTTPCommand::ParseLineConnection(const char* line) {
     const char* value = Value(line, "Connection: ");
     if (value == nullptr)
         return false;
-    m_keepalive = *value != '\0' && !KTHttpEqual(value, "close");
+    m_keepalive = *value != '\0' && !KTEqualNoCase(value, "close");
     return true;
 }
 
@@ -227,7 +227,7 @@ bool CKTHTTPCommand::ParseLineTransferEncoding(const char* line) {
     const char* value = Value(line, "Transfer-Encoding: ");
     if (value == nullptr)
         return false;
-    m_chunked = KTHttpEqual(value, "chunked");
+    m_chunked = KTEqualNoCase(value, "chunked");
     // With a length left from another line the message would never be complete.
     if (m_chunked)
         m_len = 0;
@@ -299,7 +299,7 @@ bool CKTHTTPCommand::TakeContentType(const char* line) {
     if (!TakeLine(m_type, line, "Content-Type: "))
         return false;
     Store(m_boundary, nullptr);
-    if (m_type == nullptr || KTHttpBehind(m_type, "multipart/mixed") == nullptr)
+    if (m_type == nullptr || KTBehindPrefix(m_type, "multipart/mixed") == nullptr)
         return true;
     constexpr char kBoundary[] = "boundary=";
     if (const char* found = KTHttpFind(m_type, m_type + std::strlen(m_type), kBoundary))
@@ -339,8 +339,7 @@ int CKTHTTPCommand::BuildRequest(CKTString* head, CKTString* content) {
     if (content != nullptr)
         m_len = content->GetLength();
     // Deployed servers have always seen this version, whatever the protocol text says.
-    if (head->Append("%s %s HTTP/1.1\r\n", KTHttpTextOrEmpty(m_method), KTHttpTextOrEmpty(m_uri)) >=
-            0 &&
+    if (head->Append("%s %s HTTP/1.1\r\n", KTTextOrEmpty(m_method), KTTextOrEmpty(m_uri)) >= 0 &&
         BuildHeadLine(*head) && head->AppendSTR("\r\n", 2) >= 0)
         return KT_OK;
     CutBack(*head, oldLength);
@@ -406,5 +405,5 @@ bool CKTHTTPCommand::BuildLine(CKTString& head, const char* name, const char* va
 }
 
 bool CKTHTTPCommand::BuildLine(CKTString& head, const char* name, unsigned int value) {
-    return head.Append("%s%u\r\n", KTHttpTextOrEmpty(name), value) >= 0;
+    return head.Append("%s%u\r\n", KTTextOrEmpty(name), value) >= 0;
 }

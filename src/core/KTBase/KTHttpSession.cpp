@@ -6,6 +6,7 @@
 #include "KTBase/KTTime.h"
 #include "KTHttpAnswer.h"
 #include "KTHttpText.h"
+#include "KTOwnBuffer.h"
 #include "os/KTOsNet.h"
 
 namespace {
@@ -23,11 +24,6 @@ unsigned long long LengthOf(const char* content, unsigned long long length) {
     if (content == nullptr)
         return 0;
     return length != 0 ? length : std::strlen(content);
-}
-
-bool IsWithin(const char* text, const CKTString& owner) {
-    const char* begin = owner.GetBuffer();
-    return begin != nullptr && text >= begin && text < begin + owner.Size();
 }
 
 }  // namespace
@@ -316,7 +312,7 @@ int CKTHTTPSession::OpenTarget() {
 
 bool CKTHTTPSession::IsTargetSecure() const {
     const char* scheme = m_target.GetProtocol();
-    return scheme != nullptr && (KTHttpEqual(scheme, "https") || KTHttpEqual(scheme, "wss"));
+    return scheme != nullptr && (KTEqualNoCase(scheme, "https") || KTEqualNoCase(scheme, "wss"));
 }
 
 int CKTHTTPSession::AwaitHead() {
@@ -439,7 +435,7 @@ int CKTHTTPSession::Commit(const char* method, const char* url, const char* cont
     if (contentLength > UINT_MAX || length > UINT_MAX)
         return KT_UNSUPPORTED;
     CKTString copy;  // of a body that the exchange itself would overwrite
-    if (length != 0 && IsWithin(content, *m_response.GetContent())) {
+    if (length != 0 && KTLiesIn(*m_response.GetContent(), content)) {
         if (copy.AppendSTR(content, static_cast<unsigned int>(length)) < 0)
             return KT_NO_MEMORY;
         content = copy.GetBuffer();

@@ -83,13 +83,6 @@ const Json::Value& Of(const unsigned char (&store)[size]) {
     return Stored<Json::Value>(const_cast<unsigned char(&)[size]>(store));
 }
 
-/// Makes room for count more bytes, and for as many as text has already where that can be had:
-/// growing by small steps would copy a long text again and again.
-bool Reserve(CKTString& text, unsigned int count) {
-    return text.GetSpace() > count || text.AllocBuffer(std::max(count, text.GetLength())) >= 0 ||
-           text.AllocBuffer(count) >= 0;
-}
-
 /// Replaces what out holds. Bytes are kept as they are, NULs included.
 int StoreText(CKTString& out, const char* begin, std::size_t length) {
     if (length > INT_MAX)
@@ -117,7 +110,7 @@ protected:
         return xsputn(&byte, 1) == 1 ? c : traits_type::eof();
     }
     std::streamsize xsputn(const char* data, std::streamsize count) override {
-        const bool done = count <= INT_MAX && Reserve(m_out, static_cast<unsigned int>(count)) &&
+        const bool done = count <= INT_MAX && KTReserve(m_out, static_cast<unsigned int>(count)) &&
                           m_out.AppendDAT(reinterpret_cast<const unsigned char*>(data),
                                           static_cast<unsigned int>(count)) >= 0;
         return done ? count : 0;
@@ -176,7 +169,7 @@ int ReadFile(const char* path, CKTString& text) {
     if (result != KT_OK)
         return result;
     for (;;) {
-        if (!Reserve(text, kChunkBytes))
+        if (!KTReserve(text, kChunkBytes))
             return KT_NO_MEMORY;
         result = file.Read(text.GetBuffer() + text.GetLength(), kChunkBytes);
         if (result <= 0)

@@ -1,8 +1,30 @@
 #include "KTText.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstring>
 
 #include "KTBase/KTObject.h"
+#include "KTBase/KTString.h"
+
+bool KTEqualNoCase(const char* a, const char* b, std::size_t length) {
+    for (std::size_t i = 0; i < length; ++i) {
+        if (KTLower(a[i]) != KTLower(b[i]))
+            return false;
+    }
+    return true;
+}
+
+bool KTEqualNoCase(const char* a, const char* b) {
+    const std::size_t length = std::strlen(a);
+    return std::strlen(b) == length && KTEqualNoCase(a, b, length);
+}
+
+bool KTReserve(CKTString& text, unsigned int count) {
+    const unsigned int doubled = std::min<unsigned int>(text.GetLength(), INT_MAX);
+    return text.GetSpace() > count || (doubled > count && text.AllocBuffer(doubled) >= 0) ||
+           text.AllocBuffer(count) >= 0;
+}
 
 char* KTCopyRange(const char* begin, std::size_t length) {
     if (length + 1 == 0)

@@ -4,6 +4,35 @@
 
 #include <cstddef>
 
+class CKTString;
+
+/// ASCII only, whatever the locale; the same for the comparisons below.
+inline char KTLower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+inline const char* KTTextOrEmpty(const char* text) {
+    return text != nullptr ? text : "";
+}
+
+/// Whether the first length bytes at a and b are equal but for case.
+bool KTEqualNoCase(const char* a, const char* b, std::size_t length);
+/// The same of whole texts.
+bool KTEqualNoCase(const char* a, const char* b);
+
+/// What follows prefix in text; null when text does not begin with it, in any case.
+inline const char* KTBehindPrefix(const char* text, const char* prefix) {
+    for (; *prefix != '\0'; ++text, ++prefix) {
+        if (*text != *prefix && KTLower(*text) != KTLower(*prefix))
+            return nullptr;
+    }
+    return text;
+}
+
+/// Makes room for count bytes more, and for as many as text has already where that can be had:
+/// growing by small steps would copy a long text again and again. False when count does not fit.
+bool KTReserve(CKTString& text, unsigned int count);
+
 /// NUL-terminated copy of exactly length bytes, from ZMKMalloc. begin may be null when length is 0.
 /// Null when memory is out.
 char* KTCopyRange(const char* begin, std::size_t length);

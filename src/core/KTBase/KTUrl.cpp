@@ -31,32 +31,9 @@ constexpr DefaultPort kDefaultPorts[] = {
 
 // ---- reading ----
 
-bool IsEmptyText(const char* text) {
-    return text == nullptr || *text == '\0';
-}
-
-/// ASCII only, whatever the locale.
-char Lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-/// prefix is in lower case.
-bool BeginsWith(const char* text, const char* prefix) {
-    while (*prefix != '\0' && Lower(*text) == *prefix) {
-        ++text;
-        ++prefix;
-    }
-    return *prefix == '\0';
-}
-
+/// A null equals nothing.
 bool EqualNoCase(const char* a, const char* b) {
-    if (a == nullptr || b == nullptr)
-        return false;
-    while (*a != '\0' && Lower(*a) == Lower(*b)) {
-        ++a;
-        ++b;
-    }
-    return Lower(*a) == Lower(*b);
+    return a != nullptr && b != nullptr && KTEqualNoCase(a, b);
 }
 
 bool IsDigit(char c) {
@@ -76,7 +53,8 @@ unsigned short ReadPort(const char* begin, const char* end) {
 
 unsigned short PortOfScheme(const char* scheme) {
     for (const DefaultPort& entry : kDefaultPorts) {
-        if (entry.whole ? EqualNoCase(scheme, entry.scheme) : BeginsWith(scheme, entry.scheme))
+        if (entry.whole ? EqualNoCase(scheme, entry.scheme)
+                        : KTBehindPrefix(scheme, entry.scheme) != nullptr)
             return entry.port;
     }
     return 0;
@@ -172,10 +150,6 @@ void Unescape(char* text) {
     *out = '\0';
 }
 
-const char* TextOrEmpty(const char* text) {
-    return text != nullptr ? text : "";
-}
-
 }  // namespace
 
 // ---- CKTUrl ----
@@ -228,16 +202,16 @@ void CKTUrl::Reset() {
 }
 
 int CKTUrl::UpdateURLFull() {
-    if (IsEmptyText(m_protocol) || IsEmptyText(m_host))
+    if (CKTString::IsEmpty(m_protocol) || CKTString::IsEmpty(m_host))
         return KT_ERROR;
-    const bool hasPassword = !IsEmptyText(m_password1);
-    const bool hasCredentials = hasPassword || !IsEmptyText(m_username);
+    const bool hasPassword = !CKTString::IsEmpty(m_password1);
+    const bool hasCredentials = hasPassword || !CKTString::IsEmpty(m_username);
     return StoreJoined(m_urlFull, {m_protocol, kSchemeEnd, m_username, hasPassword ? ":" : "",
                                    m_password1, hasCredentials ? "@" : "", m_host, m_path});
 }
 
 int CKTUrl::UpdateURL() {
-    if (IsEmptyText(m_protocol) || IsEmptyText(m_host))
+    if (CKTString::IsEmpty(m_protocol) || CKTString::IsEmpty(m_host))
         return KT_ERROR;
     return StoreJoined(m_url, {m_protocol, kSchemeEnd, m_host, m_path});
 }
@@ -262,7 +236,7 @@ int CKTUrl::CheckUser(const char* user, const char* password) const {
 int CKTUrl::SetHost(const char* ip, unsigned short port) {
     if (IsEmpty())
         return KT_BAD_STATE;
-    if (IsEmptyText(ip))
+    if (CKTString::IsEmpty(ip))
         return KT_ARGUMENT;
     if (std::strcmp(ip, m_ip) == 0 && port == m_port)
         return KT_OK;
@@ -292,7 +266,7 @@ bool CKTUrl::IsAbsolute(const char* text) {
 
 bool CKTUrl::BuildURL(CKTString& out, const char* url, const char* user, const char* password) {
     CKTUrl built(url);
-    if (built.IsEmpty() || (!IsEmptyText(user) && built.SetUser(user, password) != KT_OK))
+    if (built.IsEmpty() || (!CKTString::IsEmpty(user) && built.SetUser(user, password) != KT_OK))
         return false;
     out = built.m_urlFull;
     return out.EqualTo(built.m_urlFull) != 0;  // an assignment that finds no room leaves it empty
@@ -416,10 +390,10 @@ CKTHTTPUrl::~CKTHTTPUrl() {
 
 void CKTHTTPUrl::Dump() {
     KTPrintf("<---------CKTHTTPUrl----------->\n");
-    KTPrintf("m_url = %s\n", TextOrEmpty(m_url));
-    KTPrintf("m_protocol = %s, m_host = %s, m_path = %s\n", TextOrEmpty(m_protocol),
-             TextOrEmpty(m_host), TextOrEmpty(m_path));
-    KTPrintf("m_ip = %s, m_port = %u\n", TextOrEmpty(m_ip), static_cast<unsigned int>(m_port));
+    KTPrintf("m_url = %s\n", KTTextOrEmpty(m_url));
+    KTPrintf("m_protocol = %s, m_host = %s, m_path = %s\n", KTTextOrEmpty(m_protocol),
+             KTTextOrEmpty(m_host), KTTextOrEmpty(m_path));
+    KTPrintf("m_ip = %s, m_port = %u\n", KTTextOrEmpty(m_ip), static_cast<unsigned int>(m_port));
 }
 
 int CKTHTTPUrl::operator=(const char* text) {
@@ -500,8 +474,8 @@ bool CKTHTTPUrl::Read(const char* text) {
     if (rest == nullptr)
         return false;
     rest += kSchemeEndLength;
-    const bool http = BeginsWith(m_url, "http://");
-    if (http || BeginsWith(m_url, "rtsp://")) {
+    const bool http = KTBehindPrefix(m_url, "http://") != nullptr;
+    if (http || KTBehindPrefix(m_url, "rtsp://") != nullptr) {
         if (StoreJoined(m_protocol, {http ? "HTTP/1.1" : "RTSP/1.0"}) != KT_OK)
             return false;
         m_port = http ? 80 : 554;

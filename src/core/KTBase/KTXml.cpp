@@ -32,24 +32,10 @@ constexpr Entity kEntities[] = {
 
 // ---- texts ----
 
-bool IsEmptyText(const char* text) {
-    return text == nullptr || *text == '\0';
-}
-
-/// ASCII only, whatever the locale.
-char Lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 /// No name equals an empty one.
 bool EqualNoCase(const char* name, const char* other, std::size_t length) {
-    if (name == nullptr || length == 0)
-        return false;
-    for (std::size_t i = 0; i < length; ++i) {
-        if (name[i] == '\0' || Lower(name[i]) != Lower(other[i]))
-            return false;
-    }
-    return name[length] == '\0';
+    return name != nullptr && length != 0 && std::strlen(name) == length &&
+           KTEqualNoCase(name, other, length);
 }
 
 /// False without memory: the old text stays. The new one may lie in it.
@@ -242,7 +228,8 @@ int CKTXmlAttr::ToString(CKTString& out) const {
 }
 
 bool CKTXmlAttr::operator==(const char* name) const {
-    return !IsEmptyText(m_name) && !IsEmptyText(name) && std::strcmp(m_name, name) == 0;
+    return !CKTString::IsEmpty(m_name) && !CKTString::IsEmpty(name) &&
+           std::strcmp(m_name, name) == 0;
 }
 
 // ---- CKTXmlNode ----
@@ -306,7 +293,7 @@ CKTXmlNode* CKTXmlNode::ParseXml(const char* text, std::size_t len) {
 
 int CKTXmlNode::Load(const char* path) {
     CKTString text(0, kWholeShift);
-    if (IsEmptyText(path) || ReadTextFile(path, text) != KT_OK)
+    if (CKTString::IsEmpty(path) || ReadTextFile(path, text) != KT_OK)
         return KT_ERROR;
     Clear();
     tag_XMLTXT cursor = {text.GetBuffer(), text.GetBuffer() + text.GetLength()};
@@ -401,7 +388,7 @@ int CKTXmlNode::ParseValue(const char* begin, const char* end) {
 int CKTXmlNode::ToString(CKTString& out) const {
     // Written aside: out takes the whole tree or nothing.
     CKTString text(0, kWholeShift);
-    if (IsEmptyText(m_name) || !Write(text, 1) || (out += text) < 0)
+    if (CKTString::IsEmpty(m_name) || !Write(text, 1) || (out += text) < 0)
         return KT_ERROR;
     return KT_OK;
 }
@@ -409,9 +396,9 @@ int CKTXmlNode::ToString(CKTString& out) const {
 bool CKTXmlNode::Write(CKTString& out, unsigned int level) const {
     if (level > kMostLevels)
         return false;
-    if (IsEmptyText(m_name))
+    if (CKTString::IsEmpty(m_name))
         return true;
-    const bool hasPrefix = !IsEmptyText(m_prefix);
+    const bool hasPrefix = !CKTString::IsEmpty(m_prefix);
     const char* const prefix = hasPrefix ? m_prefix : "";
     const char* const colon = hasPrefix ? ":" : "";
     if (!Put(out, {"<", prefix, colon, m_name}))
@@ -530,7 +517,7 @@ CKTXmlNode* CKTXmlNode::GetChild(void*& pos, const char* name) const {
 }
 
 int CKTXmlNode::AddAttr(const char* name, const char* value, bool append) {
-    if (IsEmptyText(name) || IsEmptyText(value) || IsEmptyText(m_name))
+    if (CKTString::IsEmpty(name) || CKTString::IsEmpty(value) || CKTString::IsEmpty(m_name))
         return KT_ERROR;
     CKTXmlAttr* attr = new CKTXmlAttr(name, value);
     if (attr == nullptr)
