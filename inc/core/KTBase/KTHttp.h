@@ -204,6 +204,7 @@ protected:
     bool BuildLine(CKTString& head, const char* name, unsigned int value);
 
 private:
+    friend class CKTHTTPSession;  // sends a request more than once
     struct Inflate;
 
     bool IsInHead(const char* text) const;
@@ -233,6 +234,7 @@ private:
     int EndExpansion();
     void FreeInflate();
     int AppendChunk(CKTString& out, const char* data, unsigned int count);
+    void RestartContent();
 
     static char* CKTHTTPCommand::*const s_texts[21];  // all texts below
 

@@ -591,10 +591,11 @@ const char* CKTHTTPAuthen::GetAuthorization(const char* method, const char* uri)
     if (m_scheme < kMD5)
         return m_scheme == kBasic ? GetAuthenRequBasic() : nullptr;
     char response[kKTHttpDigestBytes], cnonce[kCnonceBytes], count[kCountBytes];
-    if (m_qop != nullptr)
+    if (m_qop != nullptr) {
+        MakeCnonce(this, cnonce);
         StartCount();
-    MakeCnonce(this, cnonce);
-    PrintCount(m_nonceCount, count);
+        PrintCount(m_nonceCount, count);
+    }
     CKTString value("Digest ");
     if (value.IsEmpty() ||
         !Respond(m_scheme == kSHA256, method, uri, m_qop != nullptr ? cnonce : nullptr, response) ||

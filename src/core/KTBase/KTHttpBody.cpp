@@ -272,6 +272,11 @@ void CKTHTTPCommand::FreeInflate() {
 
 // ---- sent ----
 
+/// Nothing of the content has been sent yet.
+void CKTHTTPCommand::RestartContent() {
+    m_done = 0;
+}
+
 int CKTHTTPCommand::BuildContent(CKTString& out, const char* data, unsigned long long length) {
     if (m_chunked)
         return BuildChunked(out, data, length);

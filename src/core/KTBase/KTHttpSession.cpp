@@ -284,21 +284,15 @@ int CKTHTTPSession::BuildExchange(const char* body, unsigned long long length) {
     m_response.Reset();
     GetRecvBuf()->Empty(false);
     out.Empty(false);
+    m_request.RestartContent();
     const int result = m_request.BuildRequest(&out, nullptr);
     if (result != KT_OK)
         return result;
+    if (length != 0)
+        m_request.BuildContent(out, body, length);
     if (m_request.IsChunked()) {
-        if (length != 0)
-            m_request.BuildChunked(out, body, length);
-        m_request.BuildChunked(out, nullptr, 0);
+        m_request.BuildContent(out, nullptr, 0);
         m_request.SetChunked(true);  // for the same request once more
-        return KT_OK;
-    }
-    // Not BuildContent: the command may have been sent before, and counts what it has sent.
-    const unsigned long long count = std::min<unsigned long long>(length, out.GetSpace());
-    if (count != 0) {
-        std::memcpy(out.GetBuffer() + out.GetLength(), body, count);
-        out.Add(static_cast<int>(count));
     }
     return KT_OK;
 }
